@@ -1,0 +1,5 @@
+// Evaluators of the ND family for grid double, values double.
+#include "mathinterp/interpolant/EvaluatorFactoryImpl.hpp"
+
+using namespace mathinterp;
+MATHINTERP_DEFINE_FACTORY_ND(double, double)

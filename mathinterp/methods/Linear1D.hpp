@@ -1,0 +1,57 @@
+// Linear1D: piecewise linear interpolation in 1-D, extrapolating linearly from the end
+// intervals. The blend (1 - t)*y[i] + y[i+1]*t is fixed to the bit; a constant stretch
+// returns its value exactly, and when the blend is NaN an exactly-zero weight keeps an
+// infinite neighbour out, an infinite query on a sloped interval gives a signed infinity.
+#pragma once
+
+#include "mathinterp/core/OnceGuard.hpp"
+#include "mathinterp/methods/InterpMethod1D.hpp"
+
+#include <platform/HostAllocator.hpp>
+
+#include <cmath>
+#include <limits>
+
+namespace mathinterp {
+
+template <class G, class V>
+class Linear1D final : public InterpMethod1D<G, V> {
+    using Base = InterpMethod1D<G, V>;
+
+public:
+    static constexpr bool available = true;
+    using Base::Base;
+
+    // intervalWidths depends on the grid only: filled once, kept across rebinding.
+    void complete() {
+        widthsGuard_.ensure([this] {
+            platform::HostVector<G> w(this->numPoints - 1);
+            for (u64 i = 0; i + 1 < this->numPoints; ++i)
+                w[i] = this->gridPoints[i + 1] - this->gridPoints[i];
+            intervalWidths.swap(w);
+        });
+    }
+
+    template <class Q>
+    V kernel(Q xq, u64 i) const noexcept {
+        const V* y = this->values;
+        const G x = static_cast<G>(xq);
+        const V t = static_cast<V>((x - this->gridPoints[i]) / intervalWidths[i]);
+        const V a = y[i];
+        const V b = y[i + 1];
+        const V r = (V(1) - t) * a + b * t;
+        if (!isNaN(r)) return (a == b) ? a : r;
+        if (t == V(0)) return a;
+        if (t == V(1)) return b;
+        if (a == b && !isNaN(x)) return a;
+        if (std::abs(t) > std::numeric_limits<V>::max()) return (b - a) * t;
+        return r;
+    }
+
+    platform::HostVector<G> intervalWidths;
+
+private:
+    OnceGuard widthsGuard_;
+};
+
+} // namespace mathinterp

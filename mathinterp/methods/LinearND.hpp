@@ -1,0 +1,15 @@
+// LinearND: multilinear interpolation over the 2^d corners of a cell. Not built yet: the evaluator factory refuses it while available is false.
+#pragma once
+
+#include "mathinterp/methods/InterpMethodND.hpp"
+
+namespace mathinterp {
+
+template <class G, class V>
+class LinearND final : public InterpMethodND<G, V> {
+public:
+    static constexpr bool available = false;
+    using InterpMethodND<G, V>::InterpMethodND;
+};
+
+} // namespace mathinterp

@@ -1,0 +1,20 @@
+// Pchip1D: shape-preserving piecewise cubic Hermite interpolation in 1-D. Not built yet: the evaluator factory refuses it while available is false.
+#pragma once
+
+#include "mathinterp/methods/InterpMethod1D.hpp"
+
+namespace mathinterp {
+
+template <class G, class V>
+class Pchip1D final : public InterpMethod1D<G, V> {
+public:
+    static constexpr bool available = false;
+    using InterpMethod1D<G, V>::InterpMethod1D;
+
+    template <class Q>
+    V kernel(Q, u64) const noexcept {
+        return engineNaN<V>();
+    }
+};
+
+} // namespace mathinterp

@@ -1,0 +1,11 @@
+#!/usr/bin/env bash
+# Builds if needed and runs the demo (the Python demo once the Python face is built).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+BUILD_DIR=${BUILD_DIR:-build}
+[ -f "$BUILD_DIR/build.ninja" ] || bash scripts/build.sh
+cmake --build "$BUILD_DIR" -j "$(nproc)" >/dev/null
+if [ -f examples/demo.py ] && [ -d "$BUILD_DIR/python/mathinterp" ]; then
+  PYTHONPATH="$PWD/$BUILD_DIR/python" exec /usr/bin/python3 examples/demo.py "$@"
+fi
+exec "$BUILD_DIR/examples/demo_1d"
