@@ -1,20 +1,85 @@
-// Cubic1D: cubic convolution (Keys, a = -1/2) on uniform 1-D grids. Not built yet: the evaluator factory refuses it while available is false.
+// Cubic1D: cubic convolution (Keys' kernel, a = -1/2) on uniform 1-D grids of at least three
+// points. Each query blends the four values around its interval; beyond the ends two ghost
+// values continue the quadratic through the three end points, so quadratic data are
+// reproduced exactly everywhere. Outside the grid the end interval's cubic in t continues.
+// Cost: O(1) per query after an O(n) preparation (spacings, ghosts) done once per plane under
+// once-guards, so concurrent first evaluations from several host threads are safe.
 #pragma once
 
+#include "mathinterp/core/OnceGuard.hpp"
+#include "mathinterp/methods/CubicConvolution.hpp"
 #include "mathinterp/methods/InterpMethod1D.hpp"
+
+#include <platform/HostAllocator.hpp>
 
 namespace mathinterp {
 
 template <class G, class V>
 class Cubic1D final : public InterpMethod1D<G, V> {
+    using Base = InterpMethod1D<G, V>;
+
 public:
-    static constexpr bool available = false;
-    using InterpMethod1D<G, V>::InterpMethod1D;
+    static constexpr bool available = true;
+
+    // The selection builds this class only for uniform grids with n >= 3.
+    Cubic1D(const G* grid, u64 n, const V* plane) : Base(grid, n, plane), intervalCount(n - 1) {}
+
+    // Spacings depend on the grid (kept across rebinding); ghosts on the values. Idempotent.
+    virtual void prepare() {
+        spacingsGuard_.ensure([this] {
+            platform::HostVector<G> h(intervalCount);
+            const G* x = this->gridPoints;
+            for (u64 k = 0; k < intervalCount; ++k)
+                h[k] = x[k + 1] - x[k];
+            spacings.swap(h);
+        });
+        ghostsGuard_.ensure([this] {
+            const V* y = this->values;
+            const u64 n = this->numPoints;
+            if (n < 3) { // never built so; NaN rather than a read past the plane
+                leftGhost = rightGhost = engineNaN<V>();
+                return;
+            }
+            leftGhost = (y[0] - y[1]) * V(3) + y[2];
+            rightGhost = (y[n - 1] - y[n - 2]) * V(3) + y[n - 3];
+        });
+    }
+    void complete() { prepare(); }
+
+    bool prepared() const noexcept { return spacingsGuard_.ready() && ghostsGuard_.ready(); }
+
+    // Only while no evaluation runs: the ghosts are recomputed on the next evaluation.
+    void rebindValues(const V* plane) noexcept {
+        this->values = plane;
+        ghostsGuard_.reset();
+    }
 
     template <class Q>
-    V kernel(Q, u64) const noexcept {
-        return engineNaN<V>();
+    V kernel(Q xq, u64 k) const noexcept {
+        if (isNaN(xq)) return engineNaN<V>();
+        const G x = static_cast<G>(xq);
+        const V t = static_cast<V>((x - this->gridPoints[k]) / spacings[k]);
+        const CubicWeights<V> w = cubicWeights(t);
+        const V* y = this->values;
+        const V y0 = y[k];
+        const V y1 = y[k + 1];
+        const V y2 = (k == this->lastInterval) ? rightGhost : y[k + 2];
+        V sum;
+        if (k == 0)
+            sum = ((w.wm1 * leftGhost + w.w0 * y0) + w.w1 * y1) + w.w2 * y2;
+        else
+            sum = w.w2 * y2 + ((w.w0 * y0 + w.wm1 * y[k - 1]) + w.w1 * y1);
+        return V(0.5) * sum;
     }
+
+    platform::HostVector<G> spacings; // h_k = x[k+1] - x[k], empty until prepared
+    u64 intervalCount;                // n - 1
+    V leftGhost = V(0);               // y[-1] = (y0 - y1)*3 + y2
+    V rightGhost = V(0);              // y[n] = (y[n-1] - y[n-2])*3 + y[n-3]
+
+private:
+    OnceGuard spacingsGuard_;
+    OnceGuard ghostsGuard_;
 };
 
 } // namespace mathinterp
