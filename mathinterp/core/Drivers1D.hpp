@@ -24,9 +24,10 @@ struct InterpScatteredQueriesFtor1D {
     void operator()(u64 b, u64 e) const {
         const Q* x = queries->columns[0];
         const M& m = *method;
+        const IntervalSearch<typename M::GridType, Q> search(m);
         for (u64 i = b; i < e; ++i) {
             const Q xi = x[i];
-            out[i * stride] = m.kernel(xi, findInterval(m, xi));
+            out[i * stride] = m.kernel(xi, search.find(xi));
         }
     }
 };
@@ -44,10 +45,11 @@ struct InterpExtrapScatteredQueriesFtor1D {
         const Q* x = queries->columns[0];
         const MI& mi = *method;
         const ME& me = *extrap;
+        const IntervalSearch<typename MI::GridType, Q> search(mi);
         for (u64 i = b; i < e; ++i) {
             const Q xi = x[i];
             bool inRange;
-            const u64 j = findInterval(mi, xi, inRange);
+            const u64 j = search.find(xi, inRange);
             out[i * stride] = inRange ? mi.kernel(xi, j) : me.kernel(xi, j);
         }
     }

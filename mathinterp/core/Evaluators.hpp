@@ -36,7 +36,8 @@ public:
 
     explicit EvaluatorInterp(const EvaluatorSetup<G, V>& s) {
         methodObjects.reserve(s.numPlanes);
-        for (u64 k = 0; k < s.numPlanes; ++k) methodObjects.push_back(makeMethod<M>(s, k));
+        for (u64 k = 0; k < s.numPlanes; ++k)
+            methodObjects.push_back(makeMethod<M>(s, k));
     }
 
     void rebindValues(const void* const* planes) override {
@@ -50,8 +51,7 @@ public:
             evaluateGriddedND<M>(methodObjects, nullptr, queryVectors, out);
         } else {
             const platform::HostArray x = detail::singleQueryVector(queryVectors);
-            evaluatePlanes1D<M>(methodObjects, nullptr, x, x.rawData(), x.numberOfElements(),
-                                out);
+            evaluatePlanes1D<M>(methodObjects, nullptr, x, x.rawData(), x.numberOfElements(), out);
         }
     }
 
@@ -107,8 +107,8 @@ public:
         if constexpr (MI::isND)
             evaluateScatteredND<MI, ME>(methodObjects, &extrapObjects, m, queries, out);
         else
-            evaluatePlanes1D<MI, ME>(methodObjects, &extrapObjects, queries, queries.rawData(),
-                                     m, out);
+            evaluatePlanes1D<MI, ME>(methodObjects, &extrapObjects, queries, queries.rawData(), m,
+                                     out);
     }
 
     u64 numPlanes() const noexcept override { return methodObjects.size(); }

@@ -24,71 +24,96 @@ struct GridAxis {
 
     GridAxis() = default;
     GridAxis(const G* x, u64 n)
-        : gridPoints(x), numPoints(n),
-          meanSpacing((x[n - 1] - x[0]) / static_cast<G>(n - 1)), lastInterval(n - 2),
-          firstPoint(x[0]), secondPoint(x[1]), penultimatePoint(x[n - 2]) {}
+        : gridPoints(x), numPoints(n), meanSpacing((x[n - 1] - x[0]) / static_cast<G>(n - 1)),
+          lastInterval(n - 2), firstPoint(x[0]), secondPoint(x[1]), penultimatePoint(x[n - 2]) {}
 };
 
-namespace detail {
-// Comparisons promote: a double query meets single grid points widened to double, a single
-// query is widened on a double grid.
-template <bool WantRange, class Axis, class Q>
-inline u64 searchInterval(const Axis& a, Q x, bool* inRange) noexcept {
-    const auto* g = a.gridPoints;
-    if (!(x >= a.secondPoint)) { // below x[1], or NaN
-        if constexpr (WantRange) *inRange = (x >= a.firstPoint);
-        return 0;
-    }
-    if (x >= a.penultimatePoint) {
-        if constexpr (WantRange) *inRange = (g[a.numPoints - 1] >= x);
-        return a.lastInterval;
-    }
-    if constexpr (WantRange) *inRange = true;
-    using C = std::common_type_t<Q, std::remove_cv_t<std::remove_reference_t<decltype(*g)>>>;
-    const C ms = static_cast<C>(a.meanSpacing);
-    const C q = static_cast<C>(x) / ms - static_cast<C>(a.firstPoint) / ms;
-    // Extreme magnitudes can push the guess outside the grid: clamp before use.
-    u64 j;
-    if (!(q > C(0)))
-        j = 0;
-    else if (!(q < static_cast<C>(a.lastInterval)))
-        j = a.lastInterval;
-    else
-        j = static_cast<u64>(q);
-    u64 lo = 1, hi = a.lastInterval;
-    if (x >= g[j]) {
-        if (x < g[j + 1]) return j;
-        j = j + 1;
-        lo = j;
-    } else {
-        hi = j;
-        j = j - 1;
-    }
-    for (;;) {
-        if (x < g[j]) {
-            hi = j;
-            j = (lo + j) >> 1;
-        } else if (x < g[j + 1]) {
-            return j;
+// The search over one axis for queries of type Q. Comparisons promote: a double query meets
+// single grid points widened to double, a single query is widened on a double grid. The guess
+// is formed in that common type as x / meanSpacing - firstPoint / meanSpacing; the second
+// quotient does not depend on the query, so it is formed once here (the same operation, so
+// the same bits) instead of once per query.
+template <class G, class Q>
+class IntervalSearch {
+public:
+    using C = std::common_type_t<G, Q>;
+
+    template <class Axis>
+    explicit IntervalSearch(const Axis& a) noexcept
+        : g_(a.gridPoints), last_(a.lastInterval), first_(a.firstPoint), second_(a.secondPoint),
+          penultimate_(a.penultimatePoint), lastPoint_(a.gridPoints[a.numPoints - 1]),
+          ms_(static_cast<C>(a.meanSpacing)),
+          firstOverMs_(static_cast<C>(a.firstPoint) / static_cast<C>(a.meanSpacing)) {}
+
+    // Interval i in [0, n-2]: x[i] <= x < x[i+1] inside; 0 below x[1] and for NaN; n-2 at
+    // or above x[n-2] (so x[n-2] and x[n-1] fall into the last interval).
+    u64 find(Q x) const noexcept { return search<false>(x, nullptr); }
+    // The same; inRange is set when x lies in the closed range [x[0], x[n-1]] (NaN is out).
+    u64 find(Q x, bool& inRange) const noexcept { return search<true>(x, &inRange); }
+
+private:
+    template <bool WantRange>
+    u64 search(Q x, bool* inRange) const noexcept {
+        if (!(x >= second_)) { // below x[1], or NaN
+            if constexpr (WantRange) *inRange = (x >= first_);
+            return 0;
+        }
+        if (x >= penultimate_) {
+            if constexpr (WantRange) *inRange = (lastPoint_ >= x);
+            return last_;
+        }
+        if constexpr (WantRange) *inRange = true;
+        const C q = static_cast<C>(x) / ms_ - firstOverMs_;
+        // Extreme magnitudes can push the guess outside the grid: clamp before converting.
+        u64 j;
+        if (!(q > C(0)))
+            j = 0;
+        else if (!(q < static_cast<C>(last_)))
+            j = last_;
+        else
+            j = static_cast<u64>(q);
+        const G* g = g_;
+        u64 lo = 1, hi = last_;
+        if (x >= g[j]) {
+            if (x < g[j + 1]) return j;
+            j = j + 1;
+            lo = j;
         } else {
-            lo = j + 1;
-            j = (lo + hi) >> 1;
+            hi = j;
+            j = j - 1;
+        }
+        for (;;) {
+            if (x < g[j]) {
+                hi = j;
+                j = (lo + j) >> 1;
+            } else if (x < g[j + 1]) {
+                return j;
+            } else {
+                lo = j + 1;
+                j = (lo + hi) >> 1;
+            }
         }
     }
-}
-} // namespace detail
 
-// Interval i in [0, n-2]: x[i] <= x < x[i+1] inside; 0 below x[1] and for NaN; n-2 at or
-// above x[n-2] (so x[n-2] and x[n-1] fall into the last interval).
+    const G* g_;
+    u64 last_;
+    G first_, second_, penultimate_, lastPoint_;
+    C ms_;
+    C firstOverMs_;
+};
+
+template <class Axis>
+using AxisGridType = std::remove_cv_t<std::remove_pointer_t<decltype(Axis::gridPoints)>>;
+
+// One-off searches (tests, setup code); query loops hold an IntervalSearch instead.
 template <class Axis, class Q>
 inline u64 findInterval(const Axis& a, Q x) noexcept {
-    return detail::searchInterval<false>(a, x, nullptr);
+    return IntervalSearch<AxisGridType<Axis>, Q>(a).find(x);
 }
 
-// The same search; inRange is set when x lies in the closed range [x[0], x[n-1]] (NaN is out).
 template <class Axis, class Q>
 inline u64 findInterval(const Axis& a, Q x, bool& inRange) noexcept {
-    return detail::searchInterval<true>(a, x, &inRange);
+    return IntervalSearch<AxisGridType<Axis>, Q>(a).find(x, inRange);
 }
 
 } // namespace mathinterp

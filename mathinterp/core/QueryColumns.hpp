@@ -18,7 +18,8 @@ struct QueryColumns {
     u64 m = 0;
 
     QueryColumns(const Q* base, u64 d, u64 points) : columns(d), numDims(d), m(points) {
-        for (u64 j = 0; j < d; ++j) columns[j] = base + j * points;
+        for (u64 j = 0; j < d; ++j)
+            columns[j] = base + j * points;
     }
 };
 

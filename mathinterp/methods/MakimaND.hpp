@@ -1,4 +1,5 @@
-// MakimaND: modified Akima interpolation in N dimensions. Not built yet: the evaluator factory refuses it while available is false.
+// MakimaND: modified Akima interpolation in N dimensions. Not built yet: the evaluator factory
+// refuses it while available is false.
 #pragma once
 
 #include "mathinterp/methods/InterpMethodND.hpp"

@@ -1,4 +1,5 @@
-// SplineND: tensor-product not-a-knot spline in N dimensions. Not built yet: the evaluator factory refuses it while available is false.
+// SplineND: tensor-product not-a-knot spline in N dimensions. Not built yet: the evaluator factory
+// refuses it while available is false.
 #pragma once
 
 #include "mathinterp/methods/InterpMethodND.hpp"

@@ -19,7 +19,8 @@ public:
         if (isNaN(xq)) return engineNaN<V>();
         const G x = static_cast<G>(xq);
         const G* g = this->gridPoints;
-        return ((x - g[i]) >= (g[i + 1] - x)) ? this->values[i + 1] : this->values[i];
+        // Index arithmetic instead of a branch: the comparison is unpredictable.
+        return this->values[i + static_cast<u64>((x - g[i]) >= (g[i + 1] - x))];
     }
 };
 

@@ -8,8 +8,8 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <string>
 #include <limits>
+#include <string>
 #include <type_traits>
 
 namespace testsupport {
