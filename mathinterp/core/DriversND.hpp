@@ -14,8 +14,8 @@ namespace mathinterp {
 // m: number of scattered points; queries: d columns of m coordinates.
 template <class M, class ME = NoMethod>
 void evaluateScatteredND(const std::vector<std::unique_ptr<M>>& methods,
-                         const std::type_identity_t<std::vector<std::unique_ptr<ME>>>* extraps,
-                         u64 m, const platform::HostArray& queries, platform::HostArray& out) {
+                         const std::type_identity_t<std::vector<std::unique_ptr<ME>>>* extraps, u64 m,
+                         const platform::HostArray& queries, platform::HostArray& out) {
     (void)methods, (void)extraps, (void)m, (void)queries, (void)out;
     throw std::logic_error("N-D evaluation is not built yet");
 }

@@ -1,5 +1,4 @@
-// ConstantND: extrapolation only: the engine's NaN outside the grid. Not built yet: the evaluator
-// factory refuses it while available is false.
+// ConstantND: extrapolation only: the engine's NaN outside the grid. Not built yet: the evaluator factory refuses it while available is false.
 #pragma once
 
 #include "mathinterp/methods/InterpMethodND.hpp"

@@ -1,5 +1,4 @@
-// CubicND: tensor-product cubic convolution in N dimensions. Not built yet: the evaluator factory
-// refuses it while available is false.
+// CubicND: tensor-product cubic convolution in N dimensions. Not built yet: the evaluator factory refuses it while available is false.
 #pragma once
 
 #include "mathinterp/methods/InterpMethodND.hpp"

@@ -1,5 +1,4 @@
-// LinearND: multilinear interpolation over the 2^d corners of a cell. Not built yet: the evaluator
-// factory refuses it while available is false.
+// LinearND: multilinear interpolation over the 2^d corners of a cell. Not built yet: the evaluator factory refuses it while available is false.
 #pragma once
 
 #include "mathinterp/methods/InterpMethodND.hpp"

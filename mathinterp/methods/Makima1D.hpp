@@ -1,5 +1,4 @@
-// Makima1D: modified Akima interpolation in 1-D through the fixed-grid service. Not built yet: the
-// evaluator factory refuses it while available is false.
+// Makima1D: modified Akima interpolation in 1-D through the fixed-grid service. Not built yet: the evaluator factory refuses it while available is false.
 #pragma once
 
 #include "mathinterp/methods/InterpMethod1D.hpp"

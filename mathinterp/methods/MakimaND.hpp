@@ -1,5 +1,4 @@
-// MakimaND: modified Akima interpolation in N dimensions. Not built yet: the evaluator factory
-// refuses it while available is false.
+// MakimaND: modified Akima interpolation in N dimensions. Not built yet: the evaluator factory refuses it while available is false.
 #pragma once
 
 #include "mathinterp/methods/InterpMethodND.hpp"

@@ -1,5 +1,4 @@
-// NearestND: the value of the nearest grid point (ties go up). Not built yet: the evaluator factory
-// refuses it while available is false.
+// NearestND: the value of the nearest grid point (ties go up). Not built yet: the evaluator factory refuses it while available is false.
 #pragma once
 
 #include "mathinterp/methods/InterpMethodND.hpp"

@@ -1,5 +1,4 @@
-// Pchip1D: shape-preserving piecewise cubic Hermite interpolation in 1-D. Not built yet: the
-// evaluator factory refuses it while available is false.
+// Pchip1D: shape-preserving piecewise cubic Hermite interpolation in 1-D. Not built yet: the evaluator factory refuses it while available is false.
 #pragma once
 
 #include "mathinterp/methods/InterpMethod1D.hpp"

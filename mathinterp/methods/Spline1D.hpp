@@ -1,5 +1,4 @@
-// Spline1D: the not-a-knot cubic spline in 1-D. Not built yet: the evaluator factory refuses it
-// while available is false.
+// Spline1D: the not-a-knot cubic spline in 1-D. Not built yet: the evaluator factory refuses it while available is false.
 #pragma once
 
 #include "mathinterp/methods/InterpMethod1D.hpp"

@@ -1,5 +1,4 @@
-// SplineND: tensor-product not-a-knot spline in N dimensions. Not built yet: the evaluator factory
-// refuses it while available is false.
+// SplineND: tensor-product not-a-knot spline in N dimensions. Not built yet: the evaluator factory refuses it while available is false.
 #pragma once
 
 #include "mathinterp/methods/InterpMethodND.hpp"
