@@ -24,6 +24,9 @@ public:
 
     // ---- evaluation F(q1, ..., qk): returns a new array of the values' class -------------
     platform::HostArray evaluate(int nq, const platform::HostArray* queries);
+    // The checks that precede every evaluation and the lazy build of the evaluator (a host
+    // that evaluates one object from several threads calls this first, on one thread).
+    void prepareEvaluation();
 
     // ---- property getters ----------------------------------------------------------------
     const platform::HostArray& gridVectors() const noexcept { return gridVectors_; }
@@ -33,6 +36,8 @@ public:
     const platform::HostArray& extrapolationMethod() const noexcept { return extrapMethod_; }
     const std::shared_ptr<Evaluator>& evaluator() const noexcept { return evaluator_; }
     bool evaluatorCurrent() const noexcept { return evaluatorCurrent_; }
+    // The grid was built from the values (no grid given), hence uniform by construction.
+    bool gridDefaulted() const noexcept { return gridDefaulted_; }
     // Grid, values, method and extrapolation method all present.
     bool fullyConstructed() const noexcept;
 
