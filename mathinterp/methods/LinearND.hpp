@@ -1,15 +1,139 @@
-// LinearND: multilinear interpolation over the 2^d corners of a cell. Not built yet: the evaluator factory refuses it while available is false.
+// LinearND: multilinear interpolation over the 2^d corners of the cell that holds the query,
+// reduced one dimension at a time (dimension 0 first). Outside the grid the end cell's formula
+// continues, so the same method extrapolates linearly. Equal corner pairs pass through without
+// arithmetic (a constant cell returns its value exactly, anywhere). When the fast pass gives
+// NaN a second pass gives every corner of exactly zero weight no influence, so a query on a
+// grid line next to an infinite or NaN value still returns the finite value it lies on.
+// Thread safety: prepare() fills the grid tables once under a guard; kernels only read.
 #pragma once
 
+#include "mathinterp/core/OnceGuard.hpp"
 #include "mathinterp/methods/InterpMethodND.hpp"
 
 namespace mathinterp {
 
 template <class G, class V>
 class LinearND final : public InterpMethodND<G, V> {
+    using Base = InterpMethodND<G, V>;
+
 public:
-    static constexpr bool available = false;
-    using InterpMethodND<G, V>::InterpMethodND;
+    static constexpr bool available = true;
+
+    // offset = i * stride of the dimension; t = (x - g[i]) / h[i] in G, rounded to V.
+    struct Pair {
+        u64 offset;
+        V t;
+    };
+    using Buffer = DefaultBuffer<V>;
+
+    LinearND(const G* const* grids, const u64* sizes, const V* valuesPlane, u64 d)
+        : Base(grids, sizes, valuesPlane, d), cornerCount(checkedPow2(d)) {}
+
+    void prepare() override {
+        guard_.ensure([this] {
+            const u64 d = this->numDims;
+            const std::size_t offsetBytes = checkedBytes<u64>(cornerCount); // before allocating
+            platform::HostVector<platform::HostVector<G>> widths(d);
+            for (u64 k = 0; k < d; ++k) {
+                const u64 n = this->gridSizes[k];
+                const G* g = this->gridVectors[k];
+                if (n < 2) continue;
+                widths[k].resize(n - 1);
+                for (u64 i = 0; i + 1 < n; ++i)
+                    widths[k][i] = g[i + 1] - g[i];
+            }
+platform::HostVector<u64> offsets(offsetBytes / sizeof(u64));
+            for (u64 c = 0; c < cornerCount; ++c) {
+                u64 o = 0;
+                for (u64 k = 0; k < d; ++k)
+                    if ((c >> k) & 1u) o += this->strides[k];
+                offsets[c] = o;
+            }
+            cellWidths.swap(widths);
+            cornerOffsets.swap(offsets);
+        });
+    }
+
+    Buffer makeBuffer() const { return Buffer(cornerCount); }
+
+    template <class Q>
+    Pair makePair(u64 k, Q xq, u64 i) const noexcept {
+        const G x = static_cast<G>(xq);
+        const G t = (x - this->gridVectors[k][i]) / cellWidths[k][i];
+        return {i * this->strides[k], static_cast<V>(t)};
+    }
+
+    V kernel(const Pair* p, Buffer& scratch) const noexcept {
+        const u64 d = this->numDims;
+        const V* base = this->values;
+        for (u64 k = 0; k < d; ++k) {
+            if (isNaN(p[k].t)) return engineNaN<V>();
+            base += p[k].offset;
+        }
+        V* s = scratch.data();
+        loadCorners(base, s);
+        const V r = firstPass(p, s);
+        if (!isNaN(r)) return r;
+        loadCorners(base, s);
+        return secondPass(p, s);
+    }
+
+    platform::HostVector<platform::HostVector<G>> cellWidths;
+    platform::HostVector<u64> cornerOffsets; // corner c: sum of strides of the set bits of c
+    u64 cornerCount;                         // 2^d
+
+private:
+    void loadCorners(const V* base, V* s) const noexcept {
+        const u64* co = cornerOffsets.data();
+        for (u64 c = 0; c < cornerCount; ++c)
+            s[c] = base[co[c]];
+    }
+
+    // Pairs (j, j+1) differ in the corner bit of the dimension being reduced.
+    V firstPass(const Pair* p, V* s) const noexcept {
+        u64 m = cornerCount;
+        for (u64 k = 0; k < this->numDims; ++k) {
+            const V w = p[k].t;
+            const V u = V(1) - w;
+            for (u64 j = 0; j < m; j += 2) {
+                const V a = s[j];
+                const V b = s[j + 1];
+                if (a == b) {
+                    s[j >> 1] = a;
+                } else {
+                    s[j] = a * u;
+                    s[j + 1] = b * w;
+                    s[j >> 1] = s[j] + s[j + 1];
+                }
+            }
+            m >>= 1;
+        }
+        return s[0];
+    }
+
+    // A weight of exactly zero contributes exactly zero, even against an infinite or NaN value.
+    V secondPass(const Pair* p, V* s) const noexcept {
+        u64 m = cornerCount;
+        for (u64 k = 0; k < this->numDims; ++k) {
+            const V w = p[k].t;
+            const V u = V(1) - w;
+            for (u64 j = 0; j < m; j += 2) {
+                const V a = s[j];
+                const V b = s[j + 1];
+                if (a == b) {
+                    s[j >> 1] = a;
+                    continue;
+                }
+                const V upper = (w == V(0)) ? V(0) : w * b;
+                const V lower = (u != V(0)) ? a * u : V(0);
+                s[j >> 1] = upper + lower;
+            }
+            m >>= 1;
+        }
+        return s[0];
+    }
+
+    OnceGuard guard_;
 };
 
 } // namespace mathinterp
