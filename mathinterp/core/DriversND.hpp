@@ -66,12 +66,14 @@ NDScratch<MI, ME> makeScratch(const MI& mi, const ME* me, u64 d) {
     return s;
 }
 
-template <class M>
-platform::HostVector<GridAxis<typename M::GridType>> axesOf(const M& m) {
-    platform::HostVector<GridAxis<typename M::GridType>> axes(m.numDims);
+// The interval search of every dimension for queries of type Q, formed once per evaluation.
+template <class Q, class M>
+platform::HostVector<IntervalSearch<typename M::GridType, Q>> searchesOf(const M& m) {
+    platform::HostVector<IntervalSearch<typename M::GridType, Q>> s;
+    s.reserve(m.numDims);
     for (u64 k = 0; k < m.numDims; ++k)
-        axes[k] = m.axis(k);
-    return axes;
+        s.emplace_back(m.axis(k));
+    return s;
 }
 
 // Scattered queries: one array holding d columns of m coordinates one after another, or a
@@ -127,7 +129,7 @@ struct InterpScatteredQueriesFtorND {
     using G = typename M::GridType;
     using V = typename M::ValueType;
     const M* method;
-    const GridAxis<G>* axes;
+    const IntervalSearch<G, Q>* search;
     const QueryColumns<Q>* queries;
     V* out;
     u64 stride;
@@ -142,7 +144,7 @@ struct InterpScatteredQueriesFtorND {
         for (u64 q = b; q < e; ++q) {
             for (u64 k = 0; k < d; ++k) {
                 const Q x = col[k][q];
-                p[k] = m.makePair(k, x, findInterval(axes[k], x));
+                p[k] = m.makePair(k, x, search[k].find(x));
             }
             out[q * stride] = m.kernel(p, s.bufI);
         }
@@ -156,7 +158,7 @@ struct InterpExtrapScatteredQueriesFtorND {
     using V = typename MI::ValueType;
     const MI* method;
     const ME* extrap;
-    const GridAxis<G>* axes;
+    const IntervalSearch<G, Q>* search;
     const QueryColumns<Q>* queries;
     V* out;
     u64 stride;
@@ -175,7 +177,7 @@ struct InterpExtrapScatteredQueriesFtorND {
             bool inside = true;
             for (u64 k = 0; k < d; ++k) {
                 bool in;
-                idx[k] = findInterval(axes[k], col[k][q], in);
+                idx[k] = search[k].find(col[k][q], in);
                 if (!in) {
                     inside = false;
                     if constexpr (!ME::usesPairs) break;
@@ -295,7 +297,7 @@ public:
             ptrIn_.resize(d);
         }
         for (u64 k = 0; k < d; ++k) {
-            const GridAxis<G> axis = mi.axis(k);
+            const IntervalSearch<G, Q> search(mi.axis(k));
             const u64 n = lengths[k];
             const Q* x = vectors[k];
             pairsI_[k].resize(n);
@@ -304,7 +306,7 @@ public:
                 inside_[k].resize(n);
                 for (u64 j = 0; j < n; ++j) {
                     bool in;
-                    const u64 i = findInterval(axis, x[j], in);
+                    const u64 i = search.find(x[j], in);
                     pairsI_[k][j] = mi.makePair(k, x[j], i);
                     pairsE_[k][j] = me->makePair(k, x[j], i);
                     inside_[k][j] = in ? 1 : 0;
@@ -313,7 +315,7 @@ public:
                 ptrIn_[k] = inside_[k].data();
             } else {
                 for (u64 j = 0; j < n; ++j)
-                    pairsI_[k][j] = mi.makePair(k, x[j], findInterval(axis, x[j]));
+                    pairsI_[k][j] = mi.makePair(k, x[j], search.find(x[j]));
             }
             ptrI_[k] = pairsI_[k].data();
         }
@@ -378,21 +380,21 @@ void evaluateScatteredND(const std::vector<std::unique_ptr<M>>& methods,
     }
     const ME* me0 = nullptr;
     if constexpr (twoMethods) me0 = (*extraps)[0].get();
-    const auto axes = detail::axesOf(*methods[0]);
     detail::NDScratchSet<M, ME> scratch(detail::makeScratch(*methods[0], me0, d));
 
     auto run = [&](auto queryTag) {
         using Q = decltype(queryTag);
         const QueryColumns<Q> cols = detail::scatteredColumns<Q>(queries, d, m);
+        const auto search = detail::searchesOf<Q>(*methods[0]);
         for (u64 k = 0; k < planes; ++k) {
             const PlaneOutput<V> po = planeOutput<V>(out, k, planes, m);
             if constexpr (!twoMethods) {
-                InterpScatteredQueriesFtorND<M, Q> f{methods[k].get(), axes.data(), &cols,
-                                                     po.out,           po.stride,   &scratch};
+                InterpScatteredQueriesFtorND<M, Q> f{methods[k].get(), search.data(), &cols,
+                                                     po.out,           po.stride,     &scratch};
                 forEachRange(m, f);
             } else {
                 InterpExtrapScatteredQueriesFtorND<M, ME, Q> f{
-                    methods[k].get(), (*extraps)[k].get(), axes.data(), &cols,
+                    methods[k].get(), (*extraps)[k].get(), search.data(), &cols,
                     po.out,           po.stride,           &scratch};
                 forEachRange(m, f);
             }
