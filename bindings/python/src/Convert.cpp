@@ -287,6 +287,13 @@ HostArray toHostImpl(py::handle obj, int depth) {
     if (PyDict_Check(p)) return structFromDict(py::reinterpret_borrow<py::dict>(obj), depth);
     if (py::isinstance<py::array>(obj))
         return fromArray(py::reinterpret_borrow<py::array>(obj), depth);
+    // SciPy sparse matrices: dense storage flagged sparse, so that the host's sparse
+    // checks answer (no interpolation input may be sparse).
+    if (py::hasattr(obj, "toarray") && py::hasattr(obj, "nnz") && py::hasattr(obj, "format")) {
+        HostArray a = fromNumericArray(obj.attr("toarray")(py::arg("order") = "F"));
+        a.setSparse(true);
+        return a;
+    }
     // NumPy scalars and anything offering the array or buffer protocol.
     if (py::hasattr(obj, "__array__") || PyObject_CheckBuffer(p) ||
         py::isinstance(obj, numpy().attr("generic"))) {
@@ -341,7 +348,8 @@ py::object objectArray(const Dims& dims, const std::vector<py::object>& items) {
     Dims d = dims;
     if (d.size() == 2 && d[1] == 1) d.pop_back(); // the column rule
     py::tuple shape(d.size());
-    for (std::size_t k = 0; k < d.size(); ++k) shape[k] = d[k];
+    for (std::size_t k = 0; k < d.size(); ++k)
+        shape[k] = d[k];
     return flat.attr("reshape")(shape, py::arg("order") = "F");
 }
 

@@ -111,10 +111,6 @@ void initialiseModule() {
     g_initialised = true;
 }
 
-[[noreturn]] void noClassSystem() {
-    throw py::value_error("the host class system is not part of this build");
-}
-
 } // namespace
 
 PYBIND11_MODULE(_core, m) {
@@ -126,6 +122,7 @@ PYBIND11_MODULE(_core, m) {
             [](const HostValue& v) { return std::string(platform::className(v.array.classId())); })
         .def_property_readonly("dims", [](const HostValue& v) { return dimsOf(v.array); })
         .def_property_readonly("is_complex", [](const HostValue& v) { return v.array.isComplex(); })
+        .def_property_readonly("is_sparse", [](const HostValue& v) { return v.array.isSparse(); })
         .def_property_readonly("is_null", [](const HostValue& v) { return v.array.isNull(); })
         .def_property_readonly("is_read_only",
                                [](const HostValue& v) { return v.array.isReadOnly(); })
@@ -143,8 +140,10 @@ PYBIND11_MODULE(_core, m) {
         .def("__repr__", [](const HostValue& v) {
             std::string s = "<HostValue ";
             s += platform::className(v.array.classId());
-            for (std::size_t k = 0; k < v.array.dimensions().size(); ++k)
-                s += (k ? "x" : " ") + std::to_string(v.array.dimensions()[k]);
+            for (std::size_t k = 0; k < v.array.dimensions().size(); ++k) {
+                s += k ? "x" : " ";
+                s += std::to_string(v.array.dimensions()[k]);
+            }
             if (v.array.isComplex()) s += " complex";
             return s + ">";
         });
@@ -230,9 +229,12 @@ PYBIND11_MODULE(_core, m) {
         return ClassSystem::isA(obj.array, cls);
     });
 #else
+    auto noClassSystem = [] {
+        throw py::value_error("the host class system is not part of this build");
+    };
     for (const char* name : {"construct", "invoke", "get_property", "set_property", "copy_object",
                              "save_object", "load_object", "is_a"})
-        m.def(name, [](py::args, py::kwargs) { noClassSystem(); });
+        m.def(name, [noClassSystem](py::args, py::kwargs) { noClassSystem(); });
     m.def("deep_copy", [](const HostValue& v) { return HostValue{v.array.deepCopy()}; });
 #endif
     (void)arrayOf;

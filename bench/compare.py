@@ -1,0 +1,218 @@
+#!/usr/bin/env python3
+"""Times mathinterp beside its peers (NumPy, SciPy) on the same data in one run.
+
+Prints a table (case, mathinterp time, peer time, ratio peer/mathinterp), writes the
+figures as JSON and a PNG bar plot. Each case is one entry of CASES: add a row by adding a
+Case with a builder for the data, a mathinterp call and the peer calls. A case whose method
+is not built yet is reported as such.
+
+    PYTHONPATH=build/python /usr/bin/python3 bench/compare.py [--queries N] [--repeat R]
+        [--json FILE] [--png FILE] [--threads T]
+"""
+
+from __future__ import annotations
+
+import argparse
+import json
+import os
+import platform
+import sys
+import time
+from dataclasses import dataclass, field
+from typing import Callable
+
+import numpy as np
+
+import mathinterp
+from mathinterp import griddedInterpolant
+
+import scipy
+import scipy.interpolate as si
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+
+
+@dataclass
+class Case:
+    name: str
+    method: str
+    make_data: Callable[[np.random.Generator, int], dict]
+    # (data) -> callable timed for mathinterp: evaluation only, the interpolant built once.
+    build: Callable[[dict], Callable[[], np.ndarray]]
+    peers: dict[str, Callable[[dict], Callable[[], np.ndarray]]] = field(default_factory=dict)
+    # Largest allowed difference between mathinterp and each peer (checked, not timed).
+    tolerance: float = 1e-12
+
+
+def data_1d(rng, nq, n=1000):
+    x = np.sort(rng.uniform(0.0, 1000.0, n))
+    x[0], x[-1] = 0.0, 1000.0
+    return {"x": x, "v": np.sin(x / 37.0) + 0.01 * x, "xq": rng.uniform(0.0, 1000.0, nq)}
+
+
+def mi_1d(method):
+    def build(d):
+        F = griddedInterpolant(d["x"], d["v"], method)
+        return lambda: F(d["xq"])
+
+    return build
+
+
+def interp1d_peer(kind):
+    def build(d):
+        f = si.interp1d(d["x"], d["v"], kind=kind, assume_sorted=True)
+        return lambda: f(d["xq"])
+
+    return build
+
+
+def numpy_interp(d):
+    return lambda: np.interp(d["xq"], d["x"], d["v"])
+
+
+def scipy_object(make):
+    def build(d):
+        f = make(d)
+        return lambda: f(d["xq"])
+
+    return build
+
+
+CASES = [
+    Case("1-D linear", "linear", data_1d, mi_1d("linear"),
+         {"numpy.interp": numpy_interp, "scipy interp1d": interp1d_peer("linear")}),
+    Case("1-D nearest", "nearest", data_1d, mi_1d("nearest"),
+         {"scipy interp1d": interp1d_peer("nearest")}, tolerance=np.inf),
+    Case("1-D next", "next", data_1d, mi_1d("next"),
+         {"scipy interp1d": interp1d_peer("next")}, tolerance=np.inf),
+    Case("1-D previous", "previous", data_1d, mi_1d("previous"),
+         {"scipy interp1d": interp1d_peer("previous")}, tolerance=np.inf),
+    Case("1-D pchip", "pchip", data_1d, mi_1d("pchip"),
+         {"scipy Pchip": scipy_object(lambda d: si.PchipInterpolator(d["x"], d["v"]))},
+         tolerance=1e-9),
+    Case("1-D spline", "spline", data_1d, mi_1d("spline"),
+         {"scipy CubicSpline": scipy_object(lambda d: si.CubicSpline(d["x"], d["v"]))},
+         tolerance=1e-7),
+    Case("1-D makima", "makima", data_1d, mi_1d("makima"), {}),
+]
+
+
+def best_of(fn, repeat):
+    best = np.inf
+    out = None
+    for _ in range(repeat):
+        t0 = time.perf_counter()
+        out = fn()
+        best = min(best, time.perf_counter() - t0)
+    return best, out
+
+
+def run(cases, nq, repeat, seed=12345):
+    rows = []
+    for case in cases:
+        rng = np.random.default_rng(seed)
+        data = case.make_data(rng, nq)
+        try:
+            mi_fn = case.build(data)
+            mi_t, mi_out = best_of(mi_fn, repeat)
+        except mathinterp.MethodNotBuiltError as e:
+            rows.append({"case": case.name, "status": f"not built yet ({e.method})"})
+            continue
+        if not case.peers:
+            rows.append({"case": case.name, "status": "ok", "mathinterp_s": mi_t, "peer": None})
+        for peer_name, peer_build in case.peers.items():
+            peer_t, peer_out = best_of(peer_build(data), repeat)
+            diff = float(np.max(np.abs(mi_out - peer_out))) if np.isfinite(case.tolerance) else None
+            if diff is not None and diff > case.tolerance:
+                status = f"MISMATCH (max diff {diff:.3e})"
+            else:
+                status = "ok"
+            rows.append({
+                "case": case.name, "status": status, "mathinterp_s": mi_t, "peer": peer_name,
+                "peer_s": peer_t, "ratio": peer_t / mi_t, "max_diff": diff,
+            })
+    return rows
+
+
+def versions():
+    return {
+        "mathinterp": mathinterp.__version__,
+        "numpy": np.__version__,
+        "scipy": scipy.__version__,
+        "python": platform.python_version(),
+        "machine": platform.machine(),
+        "cpus": os.cpu_count(),
+        "mathinterp_threads": mathinterp.get_num_threads(),
+    }
+
+
+def print_table(rows, nq):
+    print(f"{nq:,} queries on a 1000-point grid (best of repeats; ratio = peer time / "
+          f"mathinterp time, > 1 means mathinterp is faster)")
+    head = f"{'case':14} {'mathinterp':>12} {'peer':18} {'peer time':>12} {'ratio':>7}  status"
+    print(head)
+    print("-" * len(head))
+    for r in rows:
+        if "mathinterp_s" not in r:
+            print(f"{r['case']:14} {'-':>12} {'':18} {'-':>12} {'-':>7}  {r['status']}")
+        elif r["peer"] is None:
+            print(f"{r['case']:14} {r['mathinterp_s'] * 1e3:9.1f} ms {'(no peer)':18} "
+                  f"{'-':>12} {'-':>7}  {r['status']}")
+        else:
+            print(f"{r['case']:14} {r['mathinterp_s'] * 1e3:9.1f} ms {r['peer']:18} "
+                  f"{r['peer_s'] * 1e3:9.1f} ms {r['ratio']:7.2f}  {r['status']}")
+
+
+def plot(rows, path):
+    import matplotlib
+
+    matplotlib.use("Agg")
+    import matplotlib.pyplot as plt
+
+    timed = [r for r in rows if r.get("peer")]
+    if not timed:
+        return
+    labels = [f"{r['case']}\nvs {r['peer']}" for r in timed]
+    y = np.arange(len(timed))
+    fig, ax = plt.subplots(figsize=(8, 0.6 * len(timed) + 1.5), constrained_layout=True)
+    ax.barh(y - 0.2, [r["mathinterp_s"] * 1e3 for r in timed], 0.4, label="mathinterp")
+    ax.barh(y + 0.2, [r["peer_s"] * 1e3 for r in timed], 0.4, label="peer")
+    ax.set_yticks(y, labels, fontsize=8)
+    ax.invert_yaxis()
+    ax.set_xlabel("time (ms), lower is better")
+    ax.legend()
+    ax.set_title("mathinterp vs NumPy/SciPy")
+    fig.savefig(path, dpi=90)
+    plt.close(fig)
+
+
+def main(argv=None):
+    ap = argparse.ArgumentParser(description=__doc__.split("\n")[0])
+    ap.add_argument("--queries", type=int, default=10_000_000)
+    ap.add_argument("--repeat", type=int, default=3)
+    ap.add_argument("--threads", type=int, default=0, help="cap mathinterp's worker threads")
+    ap.add_argument("--cases", default="", help="comma-separated substrings of case names")
+    ap.add_argument("--json", default=os.path.join(ROOT, "build", "bench_compare.json"))
+    ap.add_argument("--png", default=os.path.join(ROOT, "build", "bench_compare.png"))
+    args = ap.parse_args(argv)
+
+    mathinterp.set_num_threads(args.threads or None)
+    cases = CASES
+    if args.cases:
+        keys = [k.strip() for k in args.cases.split(",") if k.strip()]
+        cases = [c for c in CASES if any(k in c.name for k in keys)]
+    info = versions()
+    print("versions: " + ", ".join(f"{k} {v}" for k, v in info.items()))
+    rows = run(cases, args.queries, args.repeat)
+    print_table(rows, args.queries)
+    os.makedirs(os.path.dirname(os.path.abspath(args.json)), exist_ok=True)
+    with open(args.json, "w") as f:
+        json.dump({"versions": info, "queries": args.queries, "repeat": args.repeat,
+                   "rows": rows}, f, indent=2)
+    plot(rows, args.png)
+    print(f"json: {args.json}\npng: {args.png}")
+    return 1 if any(r["status"].startswith("MISMATCH") for r in rows) else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

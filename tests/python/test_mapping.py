@@ -1,0 +1,251 @@
+"""The mapping of Python objects to host arrays and back (mathinterp._core.to_host and
+HostValue.value): classes per dtype, dimensions per shape, memory order and copies, cells,
+structs, text, and the objects that have no host counterpart."""
+
+import itertools
+
+import numpy as np
+import pytest
+
+from mathinterp import _core
+
+# dtype -> (host class, complex)
+DTYPE_CLASSES = {
+    np.float64: ("double", False),
+    np.float32: ("single", False),
+    np.complex128: ("double", True),
+    np.complex64: ("single", True),
+    np.bool_: ("logical", False),
+    np.int8: ("int8", False),
+    np.uint8: ("uint8", False),
+    np.int16: ("int16", False),
+    np.uint16: ("uint16", False),
+    np.int32: ("int32", False),
+    np.uint32: ("uint32", False),
+    np.int64: ("int64", False),
+    np.uint64: ("uint64", False),
+}
+
+SHAPES = [(), (0,), (5,), (1, 4), (4, 1), (3, 4), (0, 3), (2, 3, 4), (2, 1, 3, 1)]
+
+
+def host_dims(shape):
+    """The host's dimensions of a NumPy shape: 0-d is 1 x 1, 1-D of n an n x 1 column,
+    and trailing singleton dimensions beyond the second are dropped."""
+    if len(shape) == 0:
+        return (1, 1)
+    if len(shape) == 1:
+        return (shape[0], 1)
+    dims = list(shape)
+    while len(dims) > 2 and dims[-1] == 1:
+        dims.pop()
+    return tuple(dims)
+
+
+def sample(dtype, shape):
+    n = int(np.prod(shape, dtype=np.int64))
+    a = (np.arange(n) % 7 + 1).astype(dtype)
+    if np.dtype(dtype).kind == "c":
+        a = a + 1j * a[::-1].astype(dtype)
+    return a.reshape(shape)
+
+
+@pytest.mark.parametrize(
+    "dtype,shape,order",
+    list(itertools.product(DTYPE_CLASSES, SHAPES, "CF")),
+    ids=lambda v: getattr(v, "__name__", str(v)),
+)
+def test_class_dims_and_values_cross_dtype_shape_order(dtype, shape, order):
+    a = np.array(sample(dtype, shape), order=order)
+    h = _core.to_host(a)
+    cls, cplx = DTYPE_CLASSES[dtype]
+    assert h.class_name == cls
+    assert h.is_complex == cplx
+    assert h.dims == host_dims(shape)
+    # The host sees the elements in column-major order whatever the NumPy order.
+    view = h.view()
+    assert view.dtype == np.dtype(dtype)
+    np.testing.assert_array_equal(view.ravel(order="F"), a.ravel(order="F"))
+
+
+@pytest.mark.parametrize("dtype", [np.float64, np.float32, np.complex128, np.int32, np.bool_])
+def test_layouts_the_host_can_read_are_wrapped_without_copy(dtype):
+    column_major = np.asfortranarray(sample(dtype, (3, 4, 2)))
+    vector = sample(dtype, (7,))
+    scalar = np.asarray(sample(dtype, ()))
+    for a in (column_major, vector, scalar):
+        h = _core.to_host(a)
+        assert np.shares_memory(h.view(), a)
+        assert h.is_read_only == (not a.flags.writeable)
+
+
+def test_c_ordered_strided_swapped_and_unaligned_input_is_copied_to_host_layout():
+    base = np.arange(24.0).reshape(4, 6)
+    swapped = base.astype(">f8")
+    strided = np.arange(20.0)[::2]
+    raw = np.zeros(8 * 6 + 1, dtype=np.uint8)
+    unaligned = raw[1:].view(np.float64)
+    unaligned[:] = np.arange(6.0)
+    for a in (base, swapped, strided, unaligned, base[:, 1:4]):
+        h = _core.to_host(a)
+        assert not np.shares_memory(h.view(), a)
+        assert h.class_name == "double"
+        np.testing.assert_array_equal(h.view().ravel(order="F"), a.ravel(order="F"))
+
+
+def test_read_only_arrays_stay_read_only():
+    a = np.asfortranarray(np.arange(6.0).reshape(2, 3))
+    a.flags.writeable = False
+    h = _core.to_host(a)
+    assert h.is_read_only
+    assert not h.view(writeable=True).flags.writeable
+
+
+def test_wrapped_array_lives_as_long_as_the_host_holds_it():
+    import gc
+    import weakref
+
+    class Owned(np.ndarray):
+        pass
+
+    a = np.arange(5.0).view(Owned)
+    ref = weakref.ref(a)
+    h = _core.to_host(a)
+    del a
+    gc.collect()
+    assert ref() is not None  # the host's owner handle keeps it alive
+    np.testing.assert_array_equal(h.view().ravel(), np.arange(5.0))
+    del h
+    gc.collect()
+    assert ref() is None
+
+
+@pytest.mark.parametrize(
+    "obj,cls,dims",
+    [
+        (2, "double", (1, 1)),
+        (2.5, "double", (1, 1)),
+        (True, "logical", (1, 1)),
+        (1 + 2j, "double", (1, 1)),
+        (np.float32(2), "single", (1, 1)),
+        (np.int16(2), "int16", (1, 1)),
+        ([1, 2, 3], "double", (3, 1)),
+        ([[1, 2, 3]], "double", (1, 3)),
+        ([[1, 2], [3, 4], [5, 6]], "double", (3, 2)),
+        ([1.5, 2j], "double", (2, 1)),
+        ([True, False], "logical", (2, 1)),
+        ([np.float32(1), np.float32(2)], "single", (2, 1)),
+        ([], "double", (0, 0)),
+        ("linear", "string", (1, 1)),
+        (b"linear", "char", (1, 6)),
+        (["a", "bc"], "string", (2, 1)),
+        ((), "cell", (1, 0)),
+        ((1, 2, 3), "cell", (1, 3)),
+        ([[1, 2], [3]], "cell", (1, 2)),
+        ({"a": 1, "b": "x"}, "struct", (1, 1)),
+    ],
+    ids=repr,
+)
+def test_python_objects_map_to_host_classes(obj, cls, dims):
+    h = _core.to_host(obj)
+    assert h.class_name == cls
+    assert h.dims == dims
+
+
+def test_list_of_integers_is_double_like_a_literal_but_integer_arrays_keep_their_class():
+    assert _core.to_host([1, 2]).class_name == "double"
+    assert _core.to_host(np.array([1, 2])).class_name == "int64"
+
+
+def test_object_arrays_are_cells_or_struct_arrays():
+    cells = np.empty((2, 3), dtype=object)
+    for i, j in np.ndindex(2, 3):
+        cells[i, j] = float(10 * i + j)
+    h = _core.to_host(cells)
+    assert (h.class_name, h.dims) == ("cell", (2, 3))
+    back = h.value()
+    assert back.shape == (2, 3)
+    assert [float(back[i, j][0]) for i, j in np.ndindex(2, 3)] == [
+        10.0 * i + j for i, j in np.ndindex(2, 3)
+    ]
+    structs = np.array([{"x": 1.0}, {"x": 2.0}, {"x": 3.0}], dtype=object)
+    s = _core.to_host(structs)
+    assert (s.class_name, s.dims) == ("struct", (3, 1))
+    assert [float(d["x"][0]) for d in s.value()] == [1.0, 2.0, 3.0]
+    mixed = np.array([{"x": 1.0}, {"y": 2.0}], dtype=object)
+    assert _core.to_host(mixed).class_name == "cell"
+
+
+@pytest.mark.parametrize(
+    "obj",
+    [
+        np.float64(3.5),
+        np.arange(6.0).reshape(2, 3, order="F"),
+        np.arange(4, dtype=np.float32),
+        np.array([1 + 2j, 3 - 4j]),
+        np.array([[True, False]]),
+        np.arange(6, dtype=np.uint16).reshape(3, 2, order="F"),
+        "pchip",
+        (np.arange(3.0), "x", (1.0,)),
+        {"field": np.arange(2.0), "name": "v"},
+    ],
+    ids=repr,
+)
+def test_round_trip_through_the_host(obj):
+    h = _core.to_host(obj)
+    back = _core.to_host(h.value())
+    assert back.class_name == h.class_name
+    assert back.dims == h.dims
+    if h.class_name not in ("cell", "struct", "string", "char"):
+        np.testing.assert_array_equal(back.view(), h.view())
+
+
+def test_host_column_reads_back_one_dimensional_and_other_shapes_exactly():
+    assert _core.to_host(np.arange(4.0)).value().shape == (4,)
+    assert _core.to_host(np.arange(4.0).reshape(1, 4)).value().shape == (1, 4)
+    assert _core.to_host(np.zeros((2, 3, 4))).value().shape == (2, 3, 4)
+    assert _core.to_host(np.zeros((0, 3))).value().shape == (0, 3)
+
+
+def test_numpy_views_of_host_arrays_share_the_host_buffer():
+    h = _core.to_host(np.zeros((3, 2), order="F"))
+    v1 = h.view(writeable=True)
+    v1[1, 1] = 7.0
+    assert h.view()[1, 1] == 7.0
+    assert not h.view().flags.writeable  # read-only unless asked for
+
+
+@pytest.mark.parametrize(
+    "obj,exc",
+    [
+        (None, TypeError),
+        (np.zeros(3, dtype=np.float16), TypeError),
+        (np.zeros(3, dtype=np.longdouble), TypeError),
+        (np.array(["2020-01-01"], dtype="datetime64[D]"), TypeError),
+        (np.array([1], dtype="timedelta64[s]"), TypeError),
+        (np.zeros(2, dtype=[("a", "f8")]), TypeError),
+        (object(), TypeError),
+        ({1: 2.0}, TypeError),
+        ((1.0, None), TypeError),
+        (np.array([None, 1.0], dtype=object), TypeError),
+        (10**400, OverflowError),
+    ],
+    ids=lambda v: type(v).__name__ if not isinstance(v, type) else v.__name__,
+)
+def test_objects_without_host_counterpart_raise_python_errors(obj, exc):
+    with pytest.raises(exc):
+        _core.to_host(obj)
+
+
+def test_deep_nesting_and_many_dimensions_raise_or_map_without_crashing():
+    nested = 1.0
+    for _ in range(200):
+        nested = (nested,)
+    with pytest.raises(ValueError):
+        _core.to_host(nested)
+    many = np.zeros((1,) * 31 + (2,))
+    assert _core.to_host(many).dims == (1,) * 31 + (2,)
+    assert _core.to_host(np.zeros((2,) + (1,) * 31)).dims == (2, 1)
+    huge = np.lib.stride_tricks.as_strided(np.zeros(1), shape=(2**22, 2**22), strides=(0, 0))
+    with pytest.raises(MemoryError):
+        _core.to_host(huge)  # needs a copy to host layout that cannot be allocated

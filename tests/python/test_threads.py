@@ -1,0 +1,160 @@
+"""Threads: evaluation releases the GIL, so one interpolant and its copies can be evaluated
+from several Python threads at once with the same results as serially; the worker-thread
+cap (set_num_threads / num_threads) changes nothing in the results; and a large
+evaluation allocates only the result (no second query-sized buffer)."""
+
+import copy
+import json
+import subprocess
+import sys
+import threading
+
+import numpy as np
+import pytest
+
+import mathinterp
+from mathinterp import griddedInterpolant
+from conftest import needs_class
+
+
+def test_thread_cap_and_context_manager():
+    default = mathinterp.get_num_threads()
+    assert default >= 1
+    with mathinterp.num_threads(1):
+        assert mathinterp.get_num_threads() == 1
+        with mathinterp.num_threads(2):
+            assert mathinterp.get_num_threads() == 2
+        assert mathinterp.get_num_threads() == 1
+    assert mathinterp.get_num_threads() == default
+    mathinterp.set_num_threads(1)
+    assert mathinterp.get_num_threads() == 1
+    mathinterp.set_num_threads(None)
+    assert mathinterp.get_num_threads() == default
+    with pytest.raises(ValueError):
+        mathinterp.set_num_threads(-1)
+
+
+@needs_class
+def test_results_do_not_depend_on_the_thread_cap(rng):
+    x = np.cumsum(rng.uniform(0.1, 1.0, 1000))
+    F = griddedInterpolant(x, np.sin(x))
+    xq = rng.uniform(x[0] - 5, x[-1] + 5, 100_000)
+    with mathinterp.num_threads(1):
+        serial = F(xq)
+    np.testing.assert_array_equal(F(xq), serial)
+
+
+@needs_class
+@pytest.mark.parametrize("method", ["linear", "nearest"])
+def test_one_object_and_its_copies_from_many_threads(rng, method):
+    x = np.cumsum(rng.uniform(0.1, 1.0, 500))
+    V = np.stack([np.sin(x), np.cos(x)], axis=1)
+    F = griddedInterpolant(x, V, method)
+    objects = [F, F, copy.copy(F), copy.copy(F), copy.deepcopy(F)]
+    queries = [rng.uniform(x[0] - 1, x[-1] + 1, n) for n in (10, 3000, 50_000, 5, 20_000)]
+    expected = [F(q) for q in queries]
+    errors = []
+    barrier = threading.Barrier(len(objects) * 2)
+
+    def work(obj, seed):
+        try:
+            barrier.wait()
+            for k in range(20):
+                j = (seed + k) % len(queries)
+                r = obj(queries[j])
+                if not np.array_equal(r, expected[j]):
+                    errors.append(f"thread {seed}: mismatch on query set {j}")
+        except Exception as e:  # pragma: no cover - reported below
+            errors.append(repr(e))
+
+    threads = [
+        threading.Thread(target=work, args=(obj, s))
+        for s, obj in enumerate(objects * 2)
+    ]
+    for t in threads:
+        t.start()
+    for t in threads:
+        t.join()
+    assert errors == []
+
+
+@needs_class
+def test_gil_is_released_during_evaluation(rng):
+    """A Python thread keeps running while another evaluates a large query."""
+    x = np.cumsum(rng.uniform(0.1, 1.0, 1000))
+    F = griddedInterpolant(x, np.sin(x))
+    xq = rng.uniform(x[0], x[-1], 5_000_000)
+    ticks = []
+    done = threading.Event()
+
+    def ticker():
+        while not done.is_set():
+            ticks.append(1)
+            done.wait(0.001)
+
+    t = threading.Thread(target=ticker)
+    t.start()
+    try:
+        for _ in range(3):
+            F(xq)
+    finally:
+        done.set()
+        t.join()
+    assert len(ticks) > 3
+
+
+@needs_class
+def test_warnings_from_threads_reach_their_own_thread():
+    import warnings
+
+    got = {}
+
+    def work(name):
+        with warnings.catch_warnings(record=True) as rec:
+            warnings.simplefilter("always")
+            mathinterp._core._issue_warning("QUARTZ:griddedInterpolant", name)
+        got[name] = [w.message.identifier.split(":")[-1] for w in rec]
+
+    names = ["Next1DonlyWarnId", "Pchip1DonlyWarnId", "Previous1DonlyWarnId"]
+    threads = [threading.Thread(target=work, args=(n,)) for n in names]
+    for t in threads:
+        t.start()
+    for t in threads:
+        t.join()
+    # catch_warnings is process-global, so a thread may also see another's warning; each
+    # thread must at least see its own.
+    for n in names:
+        assert n in got[n]
+
+
+MEMORY_PROBE = r"""
+import json, resource, sys
+import numpy as np, mathinterp
+order = sys.argv[1]
+n = 20_000_000
+x = np.linspace(0.0, 1.0, 1000)
+F = mathinterp.griddedInterpolant(x, np.sin(x))
+q = np.random.default_rng(1).uniform(-0.1, 1.1, n)
+if order == "C2":
+    q = q.reshape(4000, 5000)
+elif order == "F2":
+    q = np.asfortranarray(q.reshape(4000, 5000))
+F(q[:10].ravel())
+before = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss
+r = F(q)
+after = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss
+assert r.shape == q.shape
+print(json.dumps({"grown_kib": after - before, "result_kib": r.nbytes // 1024}))
+"""
+
+
+@needs_class
+@pytest.mark.parametrize("layout", ["1D", "C2", "F2"])
+def test_large_evaluation_allocates_only_the_result(layout):
+    """Peak RSS grows by about one result (160 MB), not by a copy of the query as well."""
+    out = subprocess.run(
+        [sys.executable, "-c", MEMORY_PROBE, layout], capture_output=True, text=True, timeout=600
+    )
+    assert out.returncode == 0, out.stderr
+    m = json.loads(out.stdout.strip().splitlines()[-1])
+    assert m["grown_kib"] < 1.25 * m["result_kib"], m
