@@ -148,15 +148,21 @@ def test_literal_text_error_naming_a_method_is_method_not_built():
 # ---- warnings ----------------------------------------------------------------------------
 
 
+def package_call(key):
+    # Stands for a package function: the warning names the line that called it.
+    _core._issue_warning("QUARTZ:griddedInterpolant", key)
+
+
 def test_host_warnings_become_interpolation_warnings_on_the_calling_line():
     with warnings.catch_warnings(record=True) as caught:
         warnings.simplefilter("always")
-        _core._issue_warning("QUARTZ:griddedInterpolant", "MeshgridEval2DWarnId")
+        package_call("MeshgridEval2DWarnId"); line = sys._getframe().f_lineno  # fmt: skip
     assert len(caught) == 1
     w = caught[0]
     assert issubclass(w.category, mathinterp.InterpolationWarning)
     assert w.message.identifier == GI + "MeshgridEval2DWarnId"
-    assert w.filename == __file__
+    assert "meshgrid" in w.message.message
+    assert (w.filename, w.lineno) == (__file__, line)
 
 
 def test_warning_filters_apply():
