@@ -87,12 +87,14 @@ TEST_F(GriddedInterpolantClass, CubicOnTwoPointsReadsBackLinearWithOneWarning) {
 
 TEST_F(GriddedInterpolantClass, SameSizeValuesKeepTheEvaluatorWithTheNewValues) {
     HostArray f = line3();
-    auto before = evaluatorOf(f);
-    ASSERT_TRUE(before);
+    // Only the address is kept: holding a reference would make the evaluator shared, and a
+    // shared evaluator is never rebound.
+    const mathinterp::Evaluator* before = evaluatorOf(f).get();
+    ASSERT_NE(before, nullptr);
     ClassSystem::setProperty(f, "Values", HostArray::rowVector({10, 20, 40}));
-    EXPECT_EQ(evaluatorOf(f), before);
+    EXPECT_EQ(evaluatorOf(f).get(), before); // a discarded one would read back null here
     EXPECT_EQ(doubles(paren(f, {HostArray::rowVector({1.5, 2.5})})), (std::vector<double>{15, 30}));
-    EXPECT_EQ(evaluatorOf(f), before); // no rebuild at evaluation either
+    EXPECT_EQ(evaluatorOf(f).get(), before); // no rebuild at evaluation either
     EXPECT_EQ(doubles(prop(f, "Values")), (std::vector<double>{10, 20, 40}));
 }
 
