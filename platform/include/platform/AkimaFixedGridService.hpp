@@ -1,0 +1,163 @@
+// AkimaFixedGridService: the host's modified Akima ("makima") numeric service on fixed
+// rectilinear grids. A precomputation turns grid and values into a result block once; the
+// interpolation evaluates queries from that block with interval indices found by the caller.
+//
+// The interpolant (docs/makima.md has the full definition). On a grid x_0 < ... < x_{n-1}
+// with values y_k, slopes d_k = (y_{k+1} - y_k) / (x_{k+1} - x_k), k = 0..n-2, are extended by
+// two slopes at each end (d_{-1} = 2 d_0 - d_1, d_{-2} = 2 d_{-1} - d_0; mirrored on the
+// right). Node i gets the derivative (w1 d_{i-1} + w2 d_i) / (w1 + w2) with
+//     w1 = |d_{i+1} - d_i| + |d_{i+1} + d_i| / 2,
+//     w2 = |d_{i-1} - d_{i-2}| + |d_{i-1} + d_{i-2}| / 2,
+// and 0 when w1 + w2 = 0 (flat data never divides 0 by 0). Two points give the straight line.
+// Each interval is the cubic Hermite piece matching values and derivatives at both ends; the
+// end pieces are continued outside the grid. In N dimensions every node carries 2^d values:
+// for each subset S of the dimensions, the 1-D derivative operator applied along the
+// dimensions of S in increasing order (S = {} is the value itself); the interpolant is the
+// tensor-product cubic Hermite interpolant of these on the query's cell. A dimension with
+// two points is linear; a dimension with one point is constant.
+//
+// Guarantees. A query equal to a grid node returns the node's value bit for bit (in N-D: in
+// every dimension in which the query lies on a grid line, that line is used exactly). Linear
+// data whose slopes are exact in the value type are reproduced exactly, inside and outside.
+// Arithmetic on derivatives and coefficients is done in the value type (grid points are
+// converted to it before they are differenced); the query offset from the interval start is
+// formed in the type of the grid passed to the interpolation and then converted to the
+// value type.
+//
+// Threading. Precomputation writes only its workspaces and its result block. Interpolation
+// reads the grid and the result block and writes only the scratch and output passed to it,
+// so any number of threads may interpolate concurrently from one result block, each with
+// scratch of its own. Nothing here allocates; every buffer comes from the caller.
+//
+// Sizes. The size queries return lengths in elements (value type unless noted). They throw
+// std::bad_alloc when a length, or that length times 8 bytes, does not fit in 64 bits, and
+// std::invalid_argument for a 1-D grid of fewer than 2 points, d = 0 or a dimension of 0
+// points. Every other function trusts its arguments: strictly increasing grids, buffers of
+// at least the queried lengths, interval indices k with 0 <= k <= n-2 (0 for a dimension of
+// one point), setIndex < numSets.
+#pragma once
+
+#include <cstdint>
+
+namespace platform {
+
+// ---- one dimension -----------------------------------------------------------------------
+//
+// Result block of one value set, n >= 2 points, length 4(n-1) + 1, value type. With
+// m = n - 1 intervals:
+//     [0, m)        c3[k]  cubic coefficient of interval k
+//     [m, 2m)       c2[k]  quadratic coefficient
+//     [2m, 3m)      c1[k]  derivative at x_k
+//     [3m, 4m + 1)  c0[k]  value y_k, for k = 0..n-1 (one entry more than the other blocks)
+// so that on interval k, with s = xq - x_k, the interpolant is ((c3 s + c2) s + c1) s + c0.
+// c2 = a + a - b and c3 = (b - a) / h with a = (d_k' - D_k) / h, b = (D_{k+1} - d_k') / h,
+// h = x_{k+1} - x_k, d_k' the slope of the interval and D the node derivatives.
+//
+// Workspace of the 1-D precomputation, length 2n + 3, value type: the n - 1 slopes with two
+// extension slopes at each end, then the n node derivatives. Its contents are scratch.
+
+void akimaFixedGrid_precomputeWS_1D(std::uint64_t n, std::uint64_t* workspaceLength,
+                                    std::uint64_t* resultLength);
+
+// Fills result (length from the size query) from grid x[0..n) and values y[0..n). A single
+// grid with double values is widened by the caller; a double grid with single values is
+// rounded to single point by point before differencing.
+void akimaFixedGrid_precompute_1D_double(std::uint64_t n, const double* grid, const double* values,
+                                         double* workspace, double* result);
+void akimaFixedGrid_precompute_1D_float(std::uint64_t n, const float* grid, const float* values,
+                                        float* workspace, float* result);
+void akimaFixedGrid_precompute_1D_float(std::uint64_t n, const double* grid, const float* values,
+                                        float* workspace, float* result);
+
+// Evaluates numQueries queries xq[q] on intervals k[q] into out[q]. result holds numSets
+// result blocks of one grid end to end; block setIndex is used (the usual call passes
+// setIndex 0, numSets 1). A query on x_k or x_{k+1} returns that node's value; otherwise s =
+// xq - x_k is formed in the grid's type and converted to the value type. Queries outside
+// the grid (with k = 0 or n - 2) continue the end cubic; a NaN query gives NaN.
+void akimaFixedGrid_interpolate_1D_double(std::uint64_t n, const double* grid,
+                                          std::uint64_t setIndex, std::uint64_t numSets,
+                                          const double* result, std::uint64_t numQueries,
+                                          const double* xq, const std::uint64_t* k, double* out);
+void akimaFixedGrid_interpolate_1D_float(std::uint64_t n, const double* grid,
+                                         std::uint64_t setIndex, std::uint64_t numSets,
+                                         const float* result, std::uint64_t numQueries,
+                                         const double* xq, const std::uint64_t* k, float* out);
+void akimaFixedGrid_interpolate_1D_float(std::uint64_t n, const float* grid, std::uint64_t setIndex,
+                                         std::uint64_t numSets, const float* result,
+                                         std::uint64_t numQueries, const float* xq,
+                                         const std::uint64_t* k, float* out);
+
+// ---- d dimensions ------------------------------------------------------------------------
+//
+// Grid: d >= 1 dimensions of dims[j] >= 1 points, grid vector grids[j]; values column-major
+// (first dimension fastest), P = dims[0] * ... * dims[d-1] of them.
+//
+// Result block of one value set, length P * 2^d, value type, node-major: node p (the
+// column-major index of the values) owns the 2^d entries [p 2^d, (p + 1) 2^d). Entry S of a
+// node, S a bit mask of dimensions, is the derivative operator applied along every
+// dimension j whose bit is set in S, in increasing j, to the values; entry 0 is the value.
+// Keeping a node's entries together makes one query read 2^d contiguous runs.
+//
+// Workspaces of the N-D precomputation: the first (value type, 3 max(dims) + 3) holds one
+// grid line at a time (its values, its extended slopes, its node derivatives); the second
+// (64-bit, d entries) holds the strides of the dimensions. Their contents are scratch.
+//
+// Scratch of one N-D interpolation: value type 4^d + 2d (the 2^d x 2^d Hermite data of the
+// query's cell, reduced in place one dimension at a time, then the per-dimension local
+// coordinate and cell width); 64-bit 2^d (the node offsets of the cell's corners). Each
+// thread passes its own.
+
+void akimaFixedGrid_precomputeWS(std::uint64_t d, const std::uint64_t* dims,
+                                 std::uint64_t* workspace1Length, std::uint64_t* workspace2Length,
+                                 std::uint64_t* resultLength);
+
+void akimaFixedGrid_precompute_double(std::uint64_t d, const std::uint64_t* dims,
+                                      const double* const* grids, const double* values,
+                                      double* workspace1, std::uint64_t* workspace2,
+                                      double* result);
+void akimaFixedGrid_precompute_double(std::uint64_t d, const std::uint64_t* dims,
+                                      const float* const* grids, const double* values,
+                                      double* workspace1, std::uint64_t* workspace2,
+                                      double* result);
+void akimaFixedGrid_precompute_float(std::uint64_t d, const std::uint64_t* dims,
+                                     const double* const* grids, const float* values,
+                                     float* workspace1, std::uint64_t* workspace2, float* result);
+void akimaFixedGrid_precompute_float(std::uint64_t d, const std::uint64_t* dims,
+                                     const float* const* grids, const float* values,
+                                     float* workspace1, std::uint64_t* workspace2, float* result);
+
+void akimaFixedGrid_interpolateWS(std::uint64_t d, std::uint64_t* scratchLength,
+                                  std::uint64_t* indexScratchLength);
+
+// Evaluates numQueries queries: query q has coordinates xq[q d + j] and interval indices
+// k[q d + j], j = 0..d-1, and its result goes to out[q]. In dimension j the local coordinate
+// t = (x - g[k]) / (g[k+1] - g[k]) is formed in the grid's type, then converted to the value
+// type; t = 0 and t = 1 take the lower and upper grid line exactly. Blocks and setIndex as
+// in 1-D (numSets result blocks of P 2^d entries end to end).
+void akimaFixedGrid_interpolate_double(std::uint64_t d, const std::uint64_t* dims,
+                                       const double* const* grids, std::uint64_t setIndex,
+                                       std::uint64_t numSets, const double* result,
+                                       const double* xq, const std::uint64_t* k,
+                                       std::uint64_t numQueries, double* scratch,
+                                       std::uint64_t* indexScratch, double* out);
+void akimaFixedGrid_interpolate_double(std::uint64_t d, const std::uint64_t* dims,
+                                       const float* const* grids, std::uint64_t setIndex,
+                                       std::uint64_t numSets, const double* result, const float* xq,
+                                       const std::uint64_t* k, std::uint64_t numQueries,
+                                       double* scratch, std::uint64_t* indexScratch, double* out);
+void akimaFixedGrid_interpolate_float(std::uint64_t d, const std::uint64_t* dims,
+                                      const double* const* grids, std::uint64_t setIndex,
+                                      std::uint64_t numSets, const float* result, const double* xq,
+                                      const std::uint64_t* k, std::uint64_t numQueries,
+                                      float* scratch, std::uint64_t* indexScratch, float* out);
+void akimaFixedGrid_interpolate_float(std::uint64_t d, const std::uint64_t* dims,
+                                      const float* const* grids, std::uint64_t setIndex,
+                                      std::uint64_t numSets, const float* result, const float* xq,
+                                      const std::uint64_t* k, std::uint64_t numQueries,
+                                      float* scratch, std::uint64_t* indexScratch, float* out);
+
+// Number of precomputations (1-D and N-D) run in this process so far; lets tests show that
+// a cache is filled once.
+std::uint64_t akimaFixedGrid_precomputeCount() noexcept;
+
+} // namespace platform

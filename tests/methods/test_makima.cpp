@@ -1,0 +1,354 @@
+// "makima" through the evaluators: nodes exact and lines reproduced in every precision pair,
+// one precomputation per plane however often it is evaluated (and again after rebinding),
+// no overshoot on steps, value sets and complex planes kept apart, serial and parallel runs
+// bit for bit, and the method in both roles of a two-method evaluator.
+#include "support/Bits.hpp"
+
+#include "mathinterp/interpolant/EvaluatorFactory.hpp"
+#include "mathinterp/methods/Makima1D.hpp"
+
+#include <platform/AkimaFixedGridService.hpp>
+#include <platform/HostArray.hpp>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+#include <cstdint>
+#include <memory>
+#include <random>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+using namespace mathinterp;
+using platform::ClassId;
+using platform::HostArray;
+
+namespace {
+
+template <class T>
+constexpr ClassId classOf() {
+    return std::is_same_v<T, double> ? ClassId::Double : ClassId::Single;
+}
+
+template <class T>
+HostArray queryArray(const std::vector<double>& q) {
+    if constexpr (std::is_same_v<T, double>)
+        return HostArray::fromDoubles({q.size(), 1}, q);
+    else
+        return HostArray::fromSingles({q.size(), 1}, std::vector<float>(q.begin(), q.end()));
+}
+
+// One 1-D evaluator over grid x and planes stored back to back (complex: split layout).
+template <class G, class V>
+struct Makima1 {
+    std::vector<G> x;
+    std::vector<V> planes; // numPlanes blocks of x.size()
+    u64 numPlanes;
+    bool complex;
+    std::unique_ptr<Evaluator> ev;
+
+    Makima1(std::vector<G> gx, std::vector<V> p, u64 planesCount, bool isComplex = false,
+            MethodId method = MethodId::Makima, MethodId extrap = MethodId::Makima)
+        : x(std::move(gx)), planes(std::move(p)), numPlanes(planesCount), complex(isComplex) {
+        EvaluatorSetup<G, V> s;
+        s.grids = {x.data()};
+        s.sizes = {x.size()};
+        s.values = planes.data();
+        s.pointsPerPlane = x.size();
+        s.numPlanes = numPlanes;
+        ev = makeEvaluator<G, V>(method, extrap, s);
+    }
+
+    // Results for every value set, block after block (complex: interleaved re, im).
+    template <class Q = double>
+    std::vector<V> operator()(const std::vector<double>& q) const {
+        const u64 sets = complex ? numPlanes / 2 : numPlanes;
+        HostArray out = HostArray::createNumeric({q.size(), sets}, classOf<V>(), complex);
+        ev->evaluateScattered(q.size(), queryArray<Q>(q), out);
+        const V* o = out.data<V>();
+        return std::vector<V>(o, o + q.size() * sets * (complex ? 2 : 1));
+    }
+    V at(double q) const { return (*this)(std::vector<double>{q})[0]; }
+};
+
+std::vector<double> irregularGrid(std::mt19937_64& rng, u64 n) {
+    std::uniform_real_distribution<double> step(0.25, 2.0);
+    std::vector<double> x(n);
+    for (u64 i = 1; i < n; ++i)
+        x[i] = x[i - 1] + step(rng);
+    return x;
+}
+
+std::vector<double> randomValues(std::mt19937_64& rng, u64 n) {
+    std::uniform_real_distribution<double> v(-3.0, 3.0);
+    std::vector<double> y(n);
+    for (auto& e : y)
+        e = v(rng);
+    return y;
+}
+
+template <class T, class U>
+std::vector<T> as(const std::vector<U>& v) {
+    return std::vector<T>(v.begin(), v.end());
+}
+
+template <class P>
+class Makima1DPairs : public ::testing::Test {};
+template <class G, class V>
+struct Pair {
+    using GridT = G;
+    using ValT = V;
+};
+using PrecisionPairs = ::testing::Types<Pair<double, double>, Pair<double, float>,
+                                        Pair<float, double>, Pair<float, float>>;
+TYPED_TEST_SUITE(Makima1DPairs, PrecisionPairs);
+
+} // namespace
+
+// ---- 1-D ------------------------------------------------------------------------------------
+
+TYPED_TEST(Makima1DPairs, GridValuesExactAtNodesForBothQueryPrecisions) {
+    using G = typename TypeParam::GridT;
+    using V = typename TypeParam::ValT;
+    std::mt19937_64 rng(1);
+    for (u64 n : {2u, 3u, 6u, 31u}) {
+        // Grid points exact in single too, so both query precisions land on them.
+        auto x = as<double>(as<float>(irregularGrid(rng, n)));
+        const auto y = as<V>(randomValues(rng, n));
+        const Makima1<G, V> m(as<G>(x), y, 1);
+        const std::vector<V> rd = m(x);
+        const std::vector<V> rs = m.template operator()<float>(x);
+        for (u64 i = 0; i < n; ++i) {
+            EXPECT_SAME_BITS(rd[i], y[i]) << n << " " << i;
+            EXPECT_SAME_BITS(rs[i], y[i]) << n << " " << i;
+        }
+    }
+}
+
+TYPED_TEST(Makima1DPairs, LinesReproducedInsideAndOutside) {
+    using G = typename TypeParam::GridT;
+    using V = typename TypeParam::ValT;
+    // Slopes exact in binary: c2 = c3 = 0 and dyadic queries give the line exactly.
+    const std::vector<double> x{-2, 0, 1, 2, 4, 5, 8};
+    std::vector<double> y;
+    for (double v : x)
+        y.push_back(0.5 * v + 3);
+    const Makima1<G, V> m(as<G>(x), as<V>(y), 1);
+    const std::vector<double> q{-6.5, -2.0, -1.25, 0.5, 2.0, 3.75, 7.5, 8.0, 12.25};
+    const std::vector<V> r = m(q);
+    for (u64 i = 0; i < q.size(); ++i)
+        EXPECT_SAME_BITS(r[i], static_cast<V>(0.5 * q[i] + 3));
+}
+
+TYPED_TEST(Makima1DPairs, AgreesWithTheServiceOnTheWidenedGrid) {
+    using G = typename TypeParam::GridT;
+    using V = typename TypeParam::ValT;
+    std::mt19937_64 rng(2);
+    const auto xd = irregularGrid(rng, 12);
+    const auto x = as<G>(xd);
+    const auto y = as<V>(randomValues(rng, 12));
+    const Makima1<G, V> m(x, y, 1);
+    // The reference: the service on the grid as the method passes it (single grids under
+    // double values widened) with the query converted to the grid type first.
+    using SG = std::conditional_t<std::is_same_v<V, double>, double, G>;
+    const std::vector<SG> sx(x.begin(), x.end());
+    u64 wl = 0, rl = 0;
+    platform::akimaFixedGrid_precomputeWS_1D(12, &wl, &rl);
+    std::vector<V> ws(wl), block(rl);
+    if constexpr (std::is_same_v<V, double>)
+        platform::akimaFixedGrid_precompute_1D_double(12, sx.data(), y.data(), ws.data(),
+                                                      block.data());
+    else
+        platform::akimaFixedGrid_precompute_1D_float(12, sx.data(), y.data(), ws.data(),
+                                                     block.data());
+    std::uniform_real_distribution<double> qd(xd.front() - 2, xd.back() + 2);
+    std::vector<double> q(300);
+    for (auto& e : q)
+        e = qd(rng);
+    const std::vector<V> r = m(q);
+    const std::vector<V> rs = m.template operator()<float>(q);
+    for (u64 i = 0; i < q.size(); ++i) {
+        for (int pass = 0; pass < 2; ++pass) {
+            const SG xq = pass == 0 ? static_cast<SG>(static_cast<G>(q[i]))
+                                    : static_cast<SG>(static_cast<G>(static_cast<float>(q[i])));
+            u64 k = 0;
+            while (k + 2 < x.size() && !(xq < x[k + 1]))
+                ++k;
+            V expect = 0;
+            if constexpr (std::is_same_v<V, double>)
+                platform::akimaFixedGrid_interpolate_1D_double(12, sx.data(), 0, 1, block.data(), 1,
+                                                               &xq, &k, &expect);
+            else
+                platform::akimaFixedGrid_interpolate_1D_float(12, sx.data(), 0, 1, block.data(), 1,
+                                                              &xq, &k, &expect);
+            EXPECT_SAME_BITS(pass == 0 ? r[i] : rs[i], expect) << q[i];
+        }
+    }
+}
+
+TEST(Makima1D, PrecomputesOncePerPlaneUntilRebound) {
+    std::mt19937_64 rng(3);
+    const auto x = irregularGrid(rng, 9);
+    std::vector<double> planes = randomValues(rng, 27);
+    const Makima1<double, double> m(x, planes, 3);
+    std::vector<double> q(5000); // parallel
+    std::uniform_real_distribution<double> qd(-1, x.back() + 1);
+    for (auto& e : q)
+        e = qd(rng);
+
+    const std::uint64_t before = platform::akimaFixedGrid_precomputeCount();
+    const auto first = m(q);
+    EXPECT_EQ(platform::akimaFixedGrid_precomputeCount(), before + 3);
+    const auto second = m(q);
+    (void)m.at(0.5);
+    EXPECT_EQ(platform::akimaFixedGrid_precomputeCount(), before + 3);
+    for (u64 i = 0; i < first.size(); ++i)
+        EXPECT_SAME_BITS(second[i], first[i]);
+
+    // New values: the blocks are dropped and rebuilt once, from the new planes.
+    std::vector<double> other = randomValues(rng, 27);
+    const void* ptrs[] = {other.data(), other.data() + 9, other.data() + 18};
+    m.ev->rebindValues(ptrs);
+    const auto third = m(q);
+    EXPECT_EQ(platform::akimaFixedGrid_precomputeCount(), before + 6);
+    (void)m(q);
+    EXPECT_EQ(platform::akimaFixedGrid_precomputeCount(), before + 6);
+    const Makima1<double, double> fresh(x, other, 3);
+    const auto expect = fresh(q);
+    for (u64 i = 0; i < third.size(); ++i)
+        EXPECT_SAME_BITS(third[i], expect[i]);
+}
+
+TEST(Makima1D, ConcurrentFirstEvaluationsShareOnePrecomputation) {
+    std::mt19937_64 rng(4);
+    const auto x = irregularGrid(rng, 50);
+    const Makima1<double, double> m(x, randomValues(rng, 50), 1);
+    std::vector<double> q(3000);
+    std::uniform_real_distribution<double> qd(-1, x.back() + 1);
+    for (auto& e : q)
+        e = qd(rng);
+    const std::uint64_t before = platform::akimaFixedGrid_precomputeCount();
+    std::vector<std::vector<double>> results(4);
+    std::vector<std::thread> threads;
+    for (u64 t = 0; t < results.size(); ++t)
+        threads.emplace_back([&, t] { results[t] = m(q); });
+    for (auto& th : threads)
+        th.join();
+    EXPECT_EQ(platform::akimaFixedGrid_precomputeCount(), before + 1);
+    for (u64 t = 1; t < results.size(); ++t)
+        for (u64 i = 0; i < q.size(); ++i)
+            EXPECT_SAME_BITS(results[t][i], results[0][i]);
+}
+
+TEST(Makima1D, StepDataWithoutOvershoot) {
+    // Plateaus of three or more points: every node derivative next to a jump is zero, so each
+    // rise is monotone and each plateau flat, as with pchip.
+    std::mt19937_64 rng(5);
+    for (int rep = 0; rep < 20; ++rep) {
+        std::vector<double> y;
+        double level = 0;
+        std::uniform_int_distribution<int> len(3, 6);
+        std::uniform_real_distribution<double> jump(-5.0, 5.0);
+        while (y.size() < 40) {
+            for (int i = len(rng); i > 0; --i)
+                y.push_back(level);
+            level += jump(rng);
+        }
+        const auto x = irregularGrid(rng, y.size());
+        const Makima1<double, double> m(x, y, 1);
+        std::vector<double> q;
+        for (u64 k = 0; k + 1 < x.size(); ++k)
+            for (int j = 0; j < 16; ++j)
+                q.push_back(x[k] + (x[k + 1] - x[k]) * j / 16.0);
+        const auto r = m(q);
+        for (u64 i = 0; i < q.size(); ++i) {
+            const u64 k = i / 16;
+            EXPECT_GE(r[i], std::min(y[k], y[k + 1])) << q[i];
+            EXPECT_LE(r[i], std::max(y[k], y[k + 1])) << q[i];
+            if (y[k] == y[k + 1]) {
+                EXPECT_SAME_BITS(r[i], y[k]) << q[i];
+            }
+        }
+    }
+}
+
+TEST(Makima1D, ValueSetsAndComplexPlanesIndependent) {
+    std::mt19937_64 rng(6);
+    const auto x = irregularGrid(rng, 10);
+    const auto a = randomValues(rng, 10), b = randomValues(rng, 10), c = randomValues(rng, 10);
+    std::vector<double> q(100);
+    std::uniform_real_distribution<double> qd(-1, x.back() + 1);
+    for (auto& e : q)
+        e = qd(rng);
+    const auto ra = Makima1<double, double>(x, a, 1)(q);
+    const auto rb = Makima1<double, double>(x, b, 1)(q);
+    const auto rc = Makima1<double, double>(x, c, 1)(q);
+
+    std::vector<double> sets(a);
+    sets.insert(sets.end(), b.begin(), b.end());
+    sets.insert(sets.end(), c.begin(), c.end());
+    const auto r3 = Makima1<double, double>(x, sets, 3)(q);
+    for (u64 i = 0; i < q.size(); ++i) {
+        EXPECT_SAME_BITS(r3[i], ra[i]);
+        EXPECT_SAME_BITS(r3[q.size() + i], rb[i]);
+        EXPECT_SAME_BITS(r3[2 * q.size() + i], rc[i]);
+    }
+
+    // Complex values a + ib and c + 0i (split: real planes a, c, then imaginary b, 0).
+    std::vector<double> split(a);
+    split.insert(split.end(), c.begin(), c.end());
+    split.insert(split.end(), b.begin(), b.end());
+    split.insert(split.end(), 10, 0.0);
+    const auto rz = Makima1<double, double>(x, split, 4, true)(q);
+    for (u64 i = 0; i < q.size(); ++i) {
+        EXPECT_SAME_BITS(rz[2 * i], ra[i]);
+        EXPECT_SAME_BITS(rz[2 * i + 1], rb[i]);
+        EXPECT_SAME_BITS(rz[2 * (q.size() + i)], rc[i]);
+        EXPECT_SAME_BITS(rz[2 * (q.size() + i) + 1], 0.0);
+    }
+}
+
+TEST(Makima1D, SerialAndParallelRunsAgreeBitForBit) {
+    std::mt19937_64 rng(7);
+    const auto x = irregularGrid(rng, 200);
+    const Makima1<float, double> m(as<float>(x), randomValues(rng, 200), 1);
+    std::vector<double> q(10000);
+    std::uniform_real_distribution<double> qd(-5, x.back() + 5);
+    for (auto& e : q)
+        e = qd(rng);
+    q[17] = NAN;
+    const auto whole = m(q); // parallel
+    for (u64 b = 0; b < q.size(); b += 2047) {
+        const u64 e = std::min<u64>(b + 2047, q.size());
+        const auto part = m(std::vector<double>(q.begin() + static_cast<long>(b),
+                                                q.begin() + static_cast<long>(e)));
+        for (u64 i = b; i < e; ++i)
+            EXPECT_SAME_BITS(part[i - b], whole[i]) << i;
+    }
+    EXPECT_SAME_BITS(whole[17], engineNaN<double>());
+}
+
+TEST(Makima1D, ServesAsInterpolationAndAsExtrapolationMethod) {
+    std::mt19937_64 rng(8);
+    const auto x = irregularGrid(rng, 8);
+    const auto y = randomValues(rng, 8);
+    const Makima1<double, double> mk(x, y, 1);
+    const Makima1<double, double> lin(x, y, 1, false, MethodId::Linear, MethodId::Linear);
+    const Makima1<double, double> mkLin(x, y, 1, false, MethodId::Makima, MethodId::Linear);
+    const Makima1<double, double> linMk(x, y, 1, false, MethodId::Linear, MethodId::Makima);
+    const Makima1<double, double> mkNone(x, y, 1, false, MethodId::Makima, MethodId::None);
+    std::vector<double> q{x.front(), x.back(), -3.0, x.back() + 2.5, NAN};
+    std::uniform_real_distribution<double> qd(-2, x.back() + 2);
+    for (int i = 0; i < 200; ++i)
+        q.push_back(qd(rng));
+    const auto a = mk(q), l = lin(q), ml = mkLin(q), lm = linMk(q), mn = mkNone(q);
+    for (u64 i = 0; i < q.size(); ++i) {
+        const bool inside = q[i] >= x.front() && q[i] <= x.back();
+        EXPECT_SAME_BITS(ml[i], inside ? a[i] : l[i]) << q[i];
+        EXPECT_SAME_BITS(lm[i], inside ? l[i] : a[i]) << q[i];
+        EXPECT_SAME_BITS(mn[i], inside ? a[i] : engineNaN<double>()) << q[i];
+    }
+}
