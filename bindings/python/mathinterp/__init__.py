@@ -104,6 +104,8 @@ def _prepare_queries(d: int, vs: tuple, queries: tuple) -> tuple[tuple, tuple | 
     rows returns (m,) + value sets; a tuple of grid vectors returns their lengths + value
     sets; d coordinate arrays return their shape + value sets.
     """
+    if not queries:
+        return queries, None, "F"  # the host raises its too-few-inputs error
     if len(queries) == 1:
         q = queries[0]
         if isinstance(q, tuple):  # grid vectors (a cell): gridded evaluation

@@ -23,13 +23,6 @@
 #include <string>
 #include <vector>
 
-// Entry points the module may not provide in every build: weak references resolve to null,
-// and a call then raises NotImplementedError instead of failing to load.
-#pragma weak KVInitialize_libqzmathinterp
-#pragma weak interp1Fcn
-#pragma weak interp2Fcn
-#pragma weak gridStructsInterpFcn
-
 namespace py = pybind11;
 using platform::HostArray;
 using namespace mathinterp_py;
@@ -69,9 +62,7 @@ py::tuple valueSetExtents(const HostArray& v, std::size_t d) {
     return t;
 }
 
-std::vector<HostValue> callGateway(Gateway fn, const char* name, int nlhs,
-                                   const py::sequence& args) {
-    if (!fn) throw py::value_error(std::string(name) + " is not part of this build");
+std::vector<HostValue> callGateway(Gateway fn, int nlhs, const py::sequence& args) {
     std::vector<HostArray> in = toHostAll(args);
     std::vector<HostArray> out(static_cast<std::size_t>(nlhs < 1 ? 1 : nlhs));
     hostCall([&] { fn(nlhs, out.data(), static_cast<int>(in.size()), in.data()); });
@@ -106,7 +97,6 @@ bool g_initialised = false;
 
 void initialiseModule() {
     if (g_initialised) return;
-    if (!KVInitialize_libqzmathinterp) return;
     hostCall([] { KVInitialize_libqzmathinterp(); });
     g_initialised = true;
 }
@@ -175,7 +165,7 @@ PYBIND11_MODULE(_core, m) {
                 fn = gridStructsInterpFcn;
             else
                 throw py::value_error("no gateway named " + name);
-            return callGateway(fn, name.c_str(), nlhs, args);
+            return callGateway(fn, nlhs, args);
         },
         py::arg("name"), py::arg("args"), py::arg("nlhs") = 1);
 
