@@ -380,3 +380,53 @@ TEST(EvaluationND, LinearEndToEnd) {
     EXPECT_SAME_BITS(grid.realAt(3), 2.0 + 60);
     EXPECT_EQ(evalId(g, {filled({5, 3}, [](auto) { return 0.; })}), gi("BadArgInterpEvalErrId"));
 }
+
+TEST(EvaluationND, QueryFormsAgreeEndToEnd) {
+    if (!mathinterp::LinearND<double, double>::available)
+        GTEST_SKIP() << "N-D linear interpolation is not part of this build yet";
+    // Values encode the index (v = i + 10 j + 100 s) so a swapped axis or a wrong value-set
+    // stride shows; random-ish values on top keep the interpolation non-trivial.
+    const std::vector<double> x{0, 1, 2.5, 4}, y{-1, 0, 3};
+    const HostArray v = filled({4, 3, 2}, [](auto i) {
+        return double(i % 4) + 10.0 * double((i / 4) % 3) + 100.0 * double(i / 12) +
+               0.125 * double((i * 7) % 5);
+    });
+    for (const char* extrap : {"linear", "none", "nearest"}) {
+        GriddedInterpolant g =
+            make({HostArray::cellOf({row(x), row(y)}), v, text("linear"), text(extrap)});
+        const std::vector<double> xq{-0.5, 0.25, 1, 3.75, 5}, yq{-1.5, -0.5, 2, 3};
+        const std::uint64_t p = xq.size(), q = yq.size();
+        const HostArray X = filled({p, q}, [&](auto i) { return xq[i % p]; });
+        const HostArray Y = filled({p, q}, [&](auto i) { return yq[i / p]; });
+        HostArray P = HostArray::createNumeric({p * q, 2}, ClassId::Double);
+        for (std::uint64_t i = 0; i < p * q; ++i) {
+            P.data<double>()[i] = X.realAt(i);
+            P.data<double>()[p * q + i] = Y.realAt(i);
+        }
+        WarningCounter w;
+        const HostArray gridded = eval(g, {HostArray::cellOf({row(xq), row(yq)})});
+        const HostArray ndgrid = eval(g, {X, Y});
+        const HostArray matrix = eval(g, {P});
+        // Meshgrid order of the same points: transposed arrays, evaluated point by point.
+        const HostArray MX = filled({q, p}, [&](auto i) { return xq[i / q]; });
+        const HostArray MY = filled({q, p}, [&](auto i) { return yq[i % q]; });
+        const HostArray mesh = eval(g, {MX, MY});
+        EXPECT_EQ(w.count("MeshgridEval2DWarnId"), 1);
+        ASSERT_EQ(gridded.dimensions(), (Dims{p, q, 2}));
+        ASSERT_EQ(ndgrid.dimensions(), (Dims{p, q, 2}));
+        ASSERT_EQ(matrix.dimensions(), (Dims{p * q, 1, 2}));
+        ASSERT_EQ(mesh.dimensions(), (Dims{q, p, 2}));
+        for (std::uint64_t s = 0; s < 2; ++s)
+            for (std::uint64_t j = 0; j < q; ++j)
+                for (std::uint64_t i = 0; i < p; ++i) {
+                    const std::uint64_t k = s * p * q + j * p + i;
+                    const double ref = gridded.realAt(k);
+                    EXPECT_SAME_BITS(ndgrid.realAt(k), ref) << extrap;
+                    EXPECT_SAME_BITS(matrix.realAt(k), ref) << extrap;
+                    EXPECT_SAME_BITS(mesh.realAt(s * p * q + i * q + j), ref) << extrap;
+                }
+        // A node of the grid is reproduced exactly: (x=2.5, y=0) in value set 1.
+        const HostArray node = eval(g, {HostArray::fromDoubles({1, 2}, {2.5, 0})});
+        EXPECT_SAME_BITS(node.realAt(1), v.realAt(12 + 4 + 2));
+    }
+}
