@@ -1,4 +1,5 @@
-// "makima" through the evaluators: nodes exact and lines reproduced in every precision pair,
+// "makima" through the evaluators, 1-D and N-D: nodes exact and lines reproduced in every
+// precision pair, N-D separable data as sums of 1-D interpolants,
 // one precomputation per plane however often it is evaluated (and again after rebinding),
 // no overshoot on steps, value sets and complex planes kept apart, serial and parallel runs
 // bit for bit, and the method in both roles of a two-method evaluator.
@@ -6,6 +7,7 @@
 
 #include "mathinterp/interpolant/EvaluatorFactory.hpp"
 #include "mathinterp/methods/Makima1D.hpp"
+#include "mathinterp/methods/MakimaND.hpp"
 
 #include <platform/AkimaFixedGridService.hpp>
 #include <platform/HostArray.hpp>
@@ -350,5 +352,311 @@ TEST(Makima1D, ServesAsInterpolationAndAsExtrapolationMethod) {
         EXPECT_SAME_BITS(ml[i], inside ? a[i] : l[i]) << q[i];
         EXPECT_SAME_BITS(lm[i], inside ? l[i] : a[i]) << q[i];
         EXPECT_SAME_BITS(mn[i], inside ? a[i] : engineNaN<double>()) << q[i];
+    }
+}
+
+// ---- N dimensions ---------------------------------------------------------------------------
+
+namespace {
+
+// An N-D evaluator over grid vectors and planes stored back to back (complex: split layout).
+template <class G, class V>
+struct MakimaN {
+    std::vector<std::vector<G>> grids;
+    std::vector<V> planes;
+    u64 numPlanes;
+    bool complex;
+    std::unique_ptr<Evaluator> ev;
+
+    MakimaN(std::vector<std::vector<G>> g, std::vector<V> p, u64 planesCount,
+            bool isComplex = false, MethodId method = MethodId::Makima,
+            MethodId extrap = MethodId::Makima)
+        : grids(std::move(g)), planes(std::move(p)), numPlanes(planesCount), complex(isComplex) {
+        EvaluatorSetup<G, V> s;
+        u64 points = 1;
+        for (const auto& v : grids) {
+            s.grids.push_back(v.data());
+            s.sizes.push_back(v.size());
+            points *= v.size();
+        }
+        s.values = planes.data();
+        s.pointsPerPlane = points;
+        s.numPlanes = numPlanes;
+        ev = makeEvaluator<G, V>(method, extrap, s);
+    }
+    u64 sets() const { return complex ? numPlanes / 2 : numPlanes; }
+    u64 width() const { return complex ? 2 : 1; }
+
+    // Scattered points, one row per point; results block after block per value set.
+    template <class Q = double>
+    std::vector<V> operator()(const std::vector<std::vector<double>>& pts) const {
+        const u64 m = pts.size(), d = grids.size();
+        HostArray q = HostArray::createNumeric({m, d}, classOf<Q>());
+        for (u64 i = 0; i < m; ++i)
+            for (u64 k = 0; k < d; ++k)
+                q.template data<Q>()[k * m + i] = static_cast<Q>(pts[i][k]);
+        HostArray out = HostArray::createNumeric({m, sets()}, classOf<V>(), complex);
+        ev->evaluateScattered(m, q, out);
+        return std::vector<V>(out.data<V>(), out.data<V>() + m * sets() * width());
+    }
+    V at(const std::vector<double>& p) const { return (*this)({p})[0]; }
+
+    // Gridded queries: one vector per dimension; results column-major over them.
+    std::vector<V> gridded(const std::vector<std::vector<double>>& vecs) const {
+        HostArray cell = HostArray::createCell(1, vecs.size());
+        u64 total = 1;
+        platform::Dims dims;
+        for (u64 k = 0; k < vecs.size(); ++k) {
+            cell.setCell(k, HostArray::fromDoubles({vecs[k].size(), 1}, vecs[k]));
+            total *= vecs[k].size();
+            dims.push_back(vecs[k].size());
+        }
+        dims.push_back(sets());
+        HostArray out = HostArray::createNumeric(dims, classOf<V>(), complex);
+        ev->evaluateGridded(cell, out);
+        return std::vector<V>(out.data<V>(), out.data<V>() + total * sets() * width());
+    }
+};
+
+// Values of f over the grid, column-major.
+template <class V, class F>
+std::vector<V> sample(const std::vector<std::vector<double>>& g, F&& f) {
+    std::vector<V> v;
+    std::vector<u64> i(g.size(), 0);
+    for (;;) {
+        std::vector<double> p(g.size());
+        for (u64 k = 0; k < g.size(); ++k)
+            p[k] = g[k][i[k]];
+        v.push_back(static_cast<V>(f(p)));
+        u64 k = 0;
+        while (k < g.size() && ++i[k] == g[k].size())
+            i[k++] = 0;
+        if (k == g.size()) return v;
+    }
+}
+
+std::vector<std::vector<double>> randomPoints(std::mt19937_64& rng,
+                                              const std::vector<std::vector<double>>& g, u64 m,
+                                              double margin) {
+    std::vector<std::vector<double>> pts(m, std::vector<double>(g.size()));
+    for (auto& p : pts)
+        for (u64 k = 0; k < g.size(); ++k) {
+            std::uniform_real_distribution<double> u(g[k].front() - margin, g[k].back() + margin);
+            p[k] = u(rng);
+        }
+    return pts;
+}
+
+template <class P>
+class MakimaNDPairs : public ::testing::Test {};
+TYPED_TEST_SUITE(MakimaNDPairs, PrecisionPairs);
+
+} // namespace
+
+TYPED_TEST(MakimaNDPairs, GridValuesExactAndLinesReproduced) {
+    using G = typename TypeParam::GridT;
+    using V = typename TypeParam::ValT;
+    // Index-coded values on irregular axes: every node returns its code exactly, scattered
+    // and gridded.
+    const std::vector<std::vector<double>> g{{0, 1, 3, 3.5}, {-2, -1.5, 0, 4}, {10, 11, 12.5}};
+    const auto codes = sample<V>(g, [&](const std::vector<double>& p) {
+        double c = 0, scale = 1;
+        for (u64 k = 0; k < 3; ++k, scale *= 10)
+            c += scale *
+                 static_cast<double>(std::find(g[k].begin(), g[k].end(), p[k]) - g[k].begin());
+        return c;
+    });
+    std::vector<std::vector<G>> gg;
+    for (const auto& v : g)
+        gg.push_back(as<G>(v));
+    const MakimaN<G, V> m(gg, codes, 1);
+    std::vector<std::vector<double>> nodes;
+    for (double z : g[2])
+        for (double y : g[1])
+            for (double x : g[0])
+                nodes.push_back({x, y, z});
+    const auto rs = m(nodes);
+    const auto rsf = m.template operator()<float>(nodes);
+    const auto rg = m.gridded(g);
+    for (u64 i = 0; i < codes.size(); ++i) {
+        EXPECT_SAME_BITS(rs[i], codes[i]) << i;
+        EXPECT_SAME_BITS(rsf[i], codes[i]) << i;
+        EXPECT_SAME_BITS(rg[i], codes[i]) << i;
+    }
+
+    // A plane with slopes exact in binary (power-of-two spacings): exact inside and outside.
+    const std::vector<std::vector<double>> h{{0, 1, 2, 4, 8}, {-2, -1, 0, 0.5}};
+    auto f = [](const std::vector<double>& p) { return 1 + 2 * p[0] - 3 * p[1]; };
+    const MakimaN<G, V> lin({as<G>(h[0]), as<G>(h[1])}, sample<V>(h, f), 1);
+    std::vector<std::vector<double>> pts;
+    for (double x : {-1.5, 0.5, 3.0, 8.0, 9.25})
+        for (double y : {-3.0, -1.5, 0.25, 1.0})
+            pts.push_back({x, y});
+    const auto r = lin(pts);
+    for (u64 i = 0; i < pts.size(); ++i)
+        EXPECT_SAME_BITS(r[i], static_cast<V>(f(pts[i])));
+}
+
+TEST(MakimaND, SeparableDataGiveTheSumOfOneDimensionalInterpolants) {
+    std::mt19937_64 rng(40);
+    const std::vector<std::vector<double>> g{irregularGrid(rng, 7), irregularGrid(rng, 5),
+                                             irregularGrid(rng, 6)};
+    const auto f = randomValues(rng, 7), gy = randomValues(rng, 5), hz = randomValues(rng, 6);
+    std::vector<double> v;
+    for (u64 k = 0; k < 6; ++k)
+        for (u64 j = 0; j < 5; ++j)
+            for (u64 i = 0; i < 7; ++i)
+                v.push_back(f[i] + gy[j] + hz[k]);
+    const MakimaN<double, double> m(g, v, 1);
+    const Makima1<double, double> fx(g[0], f, 1), fy(g[1], gy, 1), fz(g[2], hz, 1);
+    const auto pts = randomPoints(rng, g, 400, 1.0);
+    std::vector<double> cx, cy, cz;
+    for (const auto& p : pts) {
+        cx.push_back(p[0]);
+        cy.push_back(p[1]);
+        cz.push_back(p[2]);
+    }
+    const auto r = m(pts), rx = fx(cx), ry = fy(cy), rz = fz(cz);
+    for (u64 i = 0; i < pts.size(); ++i) {
+        const double sum = rx[i] + ry[i] + rz[i];
+        EXPECT_NEAR(r[i], sum, 1e-13 * (1 + std::fabs(sum))) << i;
+    }
+}
+
+TEST(MakimaND, PrecomputesOncePerPlaneUntilRebound) {
+    std::mt19937_64 rng(41);
+    const std::vector<std::vector<double>> g{irregularGrid(rng, 6), irregularGrid(rng, 4)};
+    const MakimaN<double, double> m(g, randomValues(rng, 48), 2);
+    const auto pts = randomPoints(rng, g, 3000, 0.5);
+    const std::vector<std::vector<double>> vecs{{0.1, 1.0, 2.0}, {0.3, 0.7}};
+
+    const std::uint64_t before = platform::akimaFixedGrid_precomputeCount();
+    const auto first = m(pts);
+    EXPECT_EQ(platform::akimaFixedGrid_precomputeCount(), before + 2);
+    const auto second = m(pts);
+    (void)m.gridded(vecs);
+    EXPECT_EQ(platform::akimaFixedGrid_precomputeCount(), before + 2);
+    for (u64 i = 0; i < first.size(); ++i)
+        EXPECT_SAME_BITS(second[i], first[i]);
+
+    std::vector<double> other = randomValues(rng, 48);
+    const void* ptrs[] = {other.data(), other.data() + 24};
+    m.ev->rebindValues(ptrs);
+    const auto third = m(pts);
+    (void)m(pts);
+    EXPECT_EQ(platform::akimaFixedGrid_precomputeCount(), before + 4);
+    const auto expect = MakimaN<double, double>(g, other, 2)(pts);
+    for (u64 i = 0; i < third.size(); ++i)
+        EXPECT_SAME_BITS(third[i], expect[i]);
+}
+
+TEST(MakimaND, StepDataWithoutOvershoot) {
+    // Steps along both axes with plateaus of three points or more, as in 1-D.
+    const std::vector<std::vector<double>> g{{0, 1, 2, 3, 4, 5, 6, 7, 8}, {0, 0.5, 1, 2, 3, 4}};
+    auto f = [](const std::vector<double>& p) {
+        return (p[0] >= 3 ? 1.0 : 0.0) + (p[0] >= 6 ? 4.0 : 0.0) + (p[1] >= 2 ? -2.0 : 0.0);
+    };
+    const MakimaN<double, double> m(g, sample<double>(g, f), 1);
+    std::vector<double> xs, ys;
+    for (double x = 0; x <= 8; x += 0.125)
+        xs.push_back(x);
+    for (double y = 0; y <= 4; y += 0.125)
+        ys.push_back(y);
+    const auto r = m.gridded({xs, ys});
+    for (u64 j = 0; j < ys.size(); ++j)
+        for (u64 i = 0; i < xs.size(); ++i) {
+            const double v = r[i + xs.size() * j];
+            EXPECT_GE(v, -2.0) << xs[i] << " " << ys[j];
+            EXPECT_LE(v, 5.0) << xs[i] << " " << ys[j];
+            // On a plateau cell in both directions the value is the plateau's.
+            if (xs[i] <= 2 && ys[j] <= 1) {
+                EXPECT_SAME_BITS(v, 0.0) << xs[i] << " " << ys[j];
+            }
+        }
+}
+
+TEST(MakimaND, ValueSetsAndComplexPlanesIndependent) {
+    std::mt19937_64 rng(42);
+    const std::vector<std::vector<double>> g{irregularGrid(rng, 5), irregularGrid(rng, 4)};
+    const auto a = randomValues(rng, 20), b = randomValues(rng, 20), c = randomValues(rng, 20);
+    const auto pts = randomPoints(rng, g, 50, 0.5);
+    const auto ra = MakimaN<double, double>(g, a, 1)(pts);
+    const auto rb = MakimaN<double, double>(g, b, 1)(pts);
+    const auto rc = MakimaN<double, double>(g, c, 1)(pts);
+    std::vector<double> sets(a);
+    sets.insert(sets.end(), b.begin(), b.end());
+    sets.insert(sets.end(), c.begin(), c.end());
+    const auto r3 = MakimaN<double, double>(g, sets, 3)(pts);
+    const u64 m = pts.size();
+    for (u64 i = 0; i < m; ++i) {
+        EXPECT_SAME_BITS(r3[i], ra[i]);
+        EXPECT_SAME_BITS(r3[m + i], rb[i]);
+        EXPECT_SAME_BITS(r3[2 * m + i], rc[i]);
+    }
+    // Complex a + ib and c + 0i: real planes a, c, then imaginary planes b, 0.
+    std::vector<double> split(a);
+    split.insert(split.end(), c.begin(), c.end());
+    split.insert(split.end(), b.begin(), b.end());
+    split.insert(split.end(), 20, 0.0);
+    const auto rz = MakimaN<double, double>(g, split, 4, true)(pts);
+    for (u64 i = 0; i < m; ++i) {
+        EXPECT_SAME_BITS(rz[2 * i], ra[i]);
+        EXPECT_SAME_BITS(rz[2 * i + 1], rb[i]);
+        EXPECT_SAME_BITS(rz[2 * (m + i)], rc[i]);
+        EXPECT_SAME_BITS(rz[2 * (m + i) + 1], 0.0);
+    }
+}
+
+TEST(MakimaND, SerialParallelAndGriddedRunsAgreeBitForBit) {
+    std::mt19937_64 rng(43);
+    const std::vector<std::vector<double>> g{irregularGrid(rng, 30), irregularGrid(rng, 20)};
+    const MakimaN<float, double> m({as<float>(g[0]), as<float>(g[1])}, randomValues(rng, 600), 1);
+    auto pts = randomPoints(rng, g, 9000, 2.0);
+    pts[5][1] = NAN;
+    const auto whole = m(pts); // parallel
+    for (u64 b = 0; b < pts.size(); b += 2047) {
+        const u64 e = std::min<u64>(b + 2047, pts.size());
+        const auto part = m(std::vector<std::vector<double>>(pts.begin() + static_cast<long>(b),
+                                                             pts.begin() + static_cast<long>(e)));
+        for (u64 i = b; i < e; ++i)
+            EXPECT_SAME_BITS(part[i - b], whole[i]) << i;
+    }
+    EXPECT_SAME_BITS(whole[5], engineNaN<double>());
+
+    // A 60 x 50 query grid (parallel) against the same points scattered.
+    const auto vx = randomPoints(rng, {g[0]}, 60, 1.0), vy = randomPoints(rng, {g[1]}, 50, 1.0);
+    std::vector<double> xs, ys;
+    for (const auto& p : vx)
+        xs.push_back(p[0]);
+    for (const auto& p : vy)
+        ys.push_back(p[0]);
+    std::vector<std::vector<double>> all;
+    for (double y : ys)
+        for (double x : xs)
+            all.push_back({x, y});
+    const auto rg = m.gridded({xs, ys});
+    const auto rs = m(all);
+    for (u64 i = 0; i < all.size(); ++i)
+        EXPECT_SAME_BITS(rg[i], rs[i]) << i;
+}
+
+TEST(MakimaND, ServesAsInterpolationAndAsExtrapolationMethod) {
+    std::mt19937_64 rng(44);
+    const std::vector<std::vector<double>> g{irregularGrid(rng, 6), irregularGrid(rng, 5)};
+    const auto v = randomValues(rng, 30);
+    const MakimaN<double, double> mk(g, v, 1);
+    const MakimaN<double, double> lin(g, v, 1, false, MethodId::Linear, MethodId::Linear);
+    const MakimaN<double, double> mkLin(g, v, 1, false, MethodId::Makima, MethodId::Linear);
+    const MakimaN<double, double> linMk(g, v, 1, false, MethodId::Linear, MethodId::Makima);
+    const MakimaN<double, double> mkNone(g, v, 1, false, MethodId::Makima, MethodId::None);
+    auto pts = randomPoints(rng, g, 300, 1.5);
+    pts.push_back({g[0].front(), g[1].back()});
+    const auto a = mk(pts), l = lin(pts), ml = mkLin(pts), lm = linMk(pts), mn = mkNone(pts);
+    for (u64 i = 0; i < pts.size(); ++i) {
+        const bool inside = pts[i][0] >= g[0].front() && pts[i][0] <= g[0].back() &&
+                            pts[i][1] >= g[1].front() && pts[i][1] <= g[1].back();
+        EXPECT_SAME_BITS(ml[i], inside ? a[i] : l[i]) << i;
+        EXPECT_SAME_BITS(lm[i], inside ? l[i] : a[i]) << i;
+        EXPECT_SAME_BITS(mn[i], inside ? a[i] : engineNaN<double>()) << i;
     }
 }
