@@ -1,20 +1,38 @@
-// Spline1D: the not-a-knot cubic spline in 1-D. Not built yet: the evaluator factory refuses it while available is false.
+// Spline1D: the interpolating cubic spline with not-a-knot end conditions in 1-D (C2; two
+// points give the line, three the parabola through them). The coefficients come from the
+// shared spline routine with the value plane as a single column, once per plane, in the
+// value type; outside the grid the end cubics continue.
 #pragma once
 
-#include "mathinterp/methods/InterpMethod1D.hpp"
+#include "mathinterp/methods/PiecewiseCubic.hpp"
+#include "mathinterp/methods/SplineCoefficients.hpp"
 
 namespace mathinterp {
 
 template <class G, class V>
-class Spline1D final : public InterpMethod1D<G, V> {
-public:
-    static constexpr bool available = false;
-    using InterpMethod1D<G, V>::InterpMethod1D;
+class Spline1D final : public PiecewiseCubic1D<G, V> {
+    using Base = PiecewiseCubic1D<G, V>;
 
-    template <class Q>
-    V kernel(Q, u64) const noexcept {
-        return engineNaN<V>();
+public:
+    static constexpr bool available = true;
+    using Base::Base;
+
+    void complete() {
+        this->ensureCoefficients([this] {
+            const G* grids[1] = {this->gridPoints};
+            const u64 sizes[1] = {this->numPoints};
+            splineRecord = splineCoefficients<V, G>(this->values, grids, sizes, 1);
+            return static_cast<const V*>(splineRecord.coefficients.get());
+        });
     }
+
+    void rebindValues(const V* plane) noexcept {
+        this->values = plane;
+        this->forgetCoefficients();
+        splineRecord = SplineRecord<V>{};
+    }
+
+    SplineRecord<V> splineRecord; // empty until the first completion
 };
 
 } // namespace mathinterp
