@@ -5,6 +5,7 @@
 #include "mathinterp/interpolant/EvaluatorFactory.hpp"
 #include "mathinterp/methods/Pchip1D.hpp"
 #include "support/Bits.hpp"
+#include "support/Engine.hpp"
 
 #include <platform/HostAllocator.hpp>
 #include <platform/HostArray.hpp>
@@ -31,11 +32,6 @@ struct Pair {
 using Pairs = ::testing::Types<Pair<double, double>, Pair<double, float>, Pair<float, double>,
                                Pair<float, float>>;
 
-template <class T>
-platform::ClassId classOf() {
-    return std::is_same_v<T, double> ? platform::ClassId::Double : platform::ClassId::Single;
-}
-
 template <class T, class S>
 std::vector<T> cast(const std::vector<S>& v) {
     return std::vector<T>(v.begin(), v.end());
@@ -45,18 +41,8 @@ std::vector<T> cast(const std::vector<S>& v) {
 template <class G, class V, class Q>
 std::vector<V> evaluate(MethodId method, MethodId extrap, const std::vector<G>& x,
                         const std::vector<V>& values, const std::vector<Q>& q) {
-    EvaluatorSetup<G, V> s;
-    s.grids = {x.data()};
-    s.sizes = {x.size()};
-    s.values = values.data();
-    s.pointsPerPlane = x.size();
-    s.numPlanes = values.size() / x.size();
-    auto ev = makeEvaluator<G, V>(method, extrap, s);
-    HostArray qa = HostArray::createNumeric({q.size(), 1}, classOf<Q>());
-    std::copy(q.begin(), q.end(), qa.data<Q>());
-    HostArray out = HostArray::createNumeric({q.size(), s.numPlanes}, classOf<V>());
-    ev->evaluateScattered(q.size(), qa, out);
-    return std::vector<V>(out.data<V>(), out.data<V>() + out.numberOfElements());
+    const testsupport::GridData<G, V> d{{x}, values, values.size() / x.size()};
+    return testsupport::evaluate1D<V>(*d.make(method, extrap), q);
 }
 
 template <class G, class V>
@@ -334,24 +320,16 @@ TYPED_TEST(PchipPairs, AgreesWithDoubleToSingleTolerance) {
 TEST(Pchip1D, RebindingValuesRebuildsCoefficients) {
     const std::vector<double> x{0, 1, 2, 4, 5};
     const std::vector<double> a{1, 1, 6, 14, 18}, b{0, 1, -4, 2, 2};
-    EvaluatorSetup<double, double> s;
-    s.grids = {x.data()};
-    s.sizes = {x.size()};
-    s.values = a.data();
-    s.pointsPerPlane = x.size();
-    s.numPlanes = 1;
-    auto ev = makeEvaluator<double, double>(MethodId::Pchip, MethodId::Pchip, s);
-    const HostArray q = HostArray::columnVector({-1, 0.5, 3, 4.5, 7});
-    HostArray out = HostArray::createNumeric({5, 1}, platform::ClassId::Double);
-    ev->evaluateScattered(5, q, out);
-    EXPECT_SAME_BITS(out.data<double>()[2], 10.125);
+    const std::vector<double> q{-1, 0.5, 3, 4.5, 7};
+    const testsupport::GridData<double, double> d{{x}, a, 1};
+    auto ev = d.make(MethodId::Pchip, MethodId::Pchip);
+    EXPECT_SAME_BITS(testsupport::evaluate1D<double>(*ev, q)[2], 10.125);
     const void* planes[] = {b.data()};
     ev->rebindValues(planes);
-    ev->evaluateScattered(5, q, out);
-    const auto fresh = evaluate<double, double, double>(MethodId::Pchip, MethodId::Pchip, x, b,
-                                                        std::vector<double>{-1, 0.5, 3, 4.5, 7});
+    const auto got = testsupport::evaluate1D<double>(*ev, q);
+    const auto fresh = evaluate<double, double, double>(MethodId::Pchip, MethodId::Pchip, x, b, q);
     for (int i = 0; i < 5; ++i)
-        EXPECT_SAME_BITS(out.data<double>()[i], fresh[i]);
+        EXPECT_SAME_BITS(got[i], fresh[i]);
 }
 
 // As an extrapolation method pchip serves only queries outside [x0, x_{n-1}]; as the
@@ -405,13 +383,8 @@ TEST(Pchip1D, ConcurrentFirstEvaluationsAgree) {
         x.push_back(i);
         y.push_back(std::cos(0.01 * i));
     }
-    EvaluatorSetup<double, double> s;
-    s.grids = {x.data()};
-    s.sizes = {x.size()};
-    s.values = y.data();
-    s.pointsPerPlane = x.size();
-    s.numPlanes = 1;
-    auto ev = makeEvaluator<double, double>(MethodId::Pchip, MethodId::Pchip, s);
+    const testsupport::GridData<double, double> d{{x}, y, 1};
+    auto ev = d.make(MethodId::Pchip, MethodId::Pchip);
     std::vector<double> qv;
     for (int i = 0; i < 3000; ++i)
         qv.push_back(1.7 * i);

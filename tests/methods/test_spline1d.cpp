@@ -7,6 +7,7 @@
 #include "mathinterp/methods/Spline1D.hpp"
 #include "mathinterp/methods/SplineCoefficients.hpp"
 #include "support/Bits.hpp"
+#include "support/Engine.hpp"
 
 #include <platform/HostAllocator.hpp>
 #include <platform/HostArray.hpp>
@@ -32,31 +33,17 @@ struct Pair {
 using Pairs = ::testing::Types<Pair<double, double>, Pair<double, float>, Pair<float, double>,
                                Pair<float, float>>;
 
-template <class T>
-platform::ClassId classOf() {
-    return std::is_same_v<T, double> ? platform::ClassId::Double : platform::ClassId::Single;
-}
-
 template <class T, class S>
 std::vector<T> cast(const std::vector<S>& v) {
     return std::vector<T>(v.begin(), v.end());
 }
 
+// All planes of `values` (planes of x.size() points each) through a factory-built evaluator.
 template <class G, class V, class Q>
 std::vector<V> evaluate(const std::vector<G>& x, const std::vector<V>& values,
                         const std::vector<Q>& q, MethodId extrap = MethodId::Spline) {
-    EvaluatorSetup<G, V> s;
-    s.grids = {x.data()};
-    s.sizes = {x.size()};
-    s.values = values.data();
-    s.pointsPerPlane = x.size();
-    s.numPlanes = values.size() / x.size();
-    auto ev = makeEvaluator<G, V>(MethodId::Spline, extrap, s);
-    HostArray qa = HostArray::createNumeric({q.size(), 1}, classOf<Q>());
-    std::copy(q.begin(), q.end(), qa.data<Q>());
-    HostArray out = HostArray::createNumeric({q.size(), s.numPlanes}, classOf<V>());
-    ev->evaluateScattered(q.size(), qa, out);
-    return std::vector<V>(out.data<V>(), out.data<V>() + out.numberOfElements());
+    const testsupport::GridData<G, V> d{{x}, values, values.size() / x.size()};
+    return testsupport::evaluate1D<V>(*d.make(MethodId::Spline, extrap), q);
 }
 
 template <class G, class V>
@@ -347,24 +334,17 @@ TYPED_TEST(SplinePairs, AgreesWithDoubleToSingleTolerance) {
 TEST(Spline1D, RebindingAndExtrapolationChoice) {
     const std::vector<double> x{0, 1, 3};
     const std::vector<double> a{1, 2, 10}, b{0, 1, 2};
-    EvaluatorSetup<double, double> s;
-    s.grids = {x.data()};
-    s.sizes = {x.size()};
-    s.values = a.data();
-    s.pointsPerPlane = x.size();
-    s.numPlanes = 1;
-    auto ev = makeEvaluator<double, double>(MethodId::Spline, MethodId::Spline, s);
-    const HostArray q = HostArray::columnVector({-1, 2, 5});
-    HostArray out = HostArray::createNumeric({3, 1}, platform::ClassId::Double);
-    ev->evaluateScattered(3, q, out);
-    expectBits(std::vector<double>(out.data<double>(), out.data<double>() + 3), {2, 5, 26});
+    const std::vector<double> q{-1, 2, 5};
+    const testsupport::GridData<double, double> d{{x}, a, 1};
+    auto ev = d.make(MethodId::Spline, MethodId::Spline);
+    expectBits(testsupport::evaluate1D<double>(*ev, q), {2, 5, 26});
     const void* planes[] = {b.data()};
     ev->rebindValues(planes);
-    ev->evaluateScattered(3, q, out);
     // b: d0 = 1, d1 = 0.5, q = -1/6: not dyadic, so compare with a fresh evaluator.
-    const auto fresh = evaluate<double, double, double>(x, b, std::vector<double>{-1, 2, 5});
+    const auto got = testsupport::evaluate1D<double>(*ev, q);
+    const auto fresh = evaluate<double, double, double>(x, b, q);
     for (int i = 0; i < 3; ++i)
-        EXPECT_SAME_BITS(out.data<double>()[i], fresh[i]);
+        EXPECT_SAME_BITS(got[i], fresh[i]);
 
     const auto none =
         evaluate<double, double, double>(x, a, std::vector<double>{-1, 2, 5}, MethodId::None);
