@@ -355,3 +355,44 @@ def test_gateways(data, gateway):
     expect_error("QUARTZ:minrhs", gateway, x, v, "linear", "none")
     expect_error("QUARTZ:maxrhs", gateway, x, v, "linear", "none", q, q)
     expect_error("NonMonotonicCompVecsErrId", gateway, x[::-1], v, "linear", "none", q)
+
+
+# ---- two dimensions ---------------------------------------------------------------------------
+
+
+def test_two_dimensional_query_forms_and_shapes(rng):
+    import scipy.interpolate as si
+
+    x = np.cumsum(rng.uniform(0.1, 1.0, 9))
+    y = np.cumsum(rng.uniform(0.1, 1.0, 7))
+    V = np.sin(x)[:, None] * np.cos(y)[None, :] + 0.1 * np.arange(9)[:, None]
+    try:
+        F = griddedInterpolant((x, y), V)
+    except mathinterp.MethodNotBuiltError as e:
+        pytest.skip(str(e))
+    ref = si.RegularGridInterpolator((x, y), V)
+    P = np.column_stack([rng.uniform(x[0], x[-1], 50), rng.uniform(y[0], y[-1], 50)])
+    r = F(P)
+    assert r.shape == (50,)
+    np.testing.assert_allclose(r, ref(P), rtol=1e-13, atol=1e-14)
+    np.testing.assert_array_equal(F(np.asfortranarray(P)), r)
+    np.testing.assert_array_equal(F(P[:, 0], P[:, 1]), r)
+    # Scattered coordinate arrays keep their shape, in either memory order.
+    Xc, Yc = P[:48, 0].reshape(6, 8), P[:48, 1].reshape(6, 8)
+    np.testing.assert_array_equal(F(Xc, Yc), r[:48].reshape(6, 8))
+    np.testing.assert_array_equal(F(np.asfortranarray(Xc), np.asfortranarray(Yc)), r[:48].reshape(6, 8))
+    # Gridded: a tuple of vectors, or ndgrid arrays.
+    xq, yq = np.linspace(x[0], x[-1], 13), np.linspace(y[0], y[-1], 5)
+    g = F((xq, yq))
+    assert g.shape == (13, 5)
+    Xg, Yg = np.meshgrid(xq, yq, indexing="ij")
+    np.testing.assert_allclose(g, ref((Xg, Yg)), rtol=1e-13, atol=1e-14)
+    np.testing.assert_array_equal(F(Xg, Yg), g)
+    # Value sets go last.
+    W = np.stack([V, 2 * V, -V], axis=2)
+    H = griddedInterpolant((x, y), W)
+    assert H(P).shape == (50, 3)
+    assert H((xq, yq)).shape == (13, 5, 3)
+    assert H(P[:, 0], P[:, 1]).shape == (50, 3)
+    np.testing.assert_array_equal(H(P)[:, 2], -r)
+    np.testing.assert_array_equal(H((xq, yq))[:, :, 1], 2 * g)
