@@ -51,18 +51,75 @@ void threadTridiagSolveSpline<T>::operator()(u64 b, u64 e) const noexcept {
     }
 }
 
+namespace {
+
+// One column: matrix rows, elimination and right-hand side in one forward pass, then the
+// back-substitution together with the slope-to-coefficient step. The independent work then
+// overlaps the two dependency chains of the solve; every value is formed by the same
+// operations as in the multi-column path, so both give the same bits.
+template <class T>
+void solveOneColumn(T* coef, const T* y, const T* h, T* diag, u64 n) {
+    const u64 p = n - 1;
+    T* c3 = coef;
+    T* c2 = coef + p;
+    T* r = coef + 2 * p; // n entries: the last spills into the first of the fourth block
+    T* c0 = coef + 3 * p;
+    T* delta = c3; // scratch until the cubic terms replace it
+    delta[0] = (y[1] - y[0]) / h[0];
+    delta[1] = (y[2] - y[1]) / h[1];
+
+    diag[0] = h[1];
+    T superPrev = h[0] + h[1]; // super-diagonal of the previous row
+    r[0] = (h[0] * delta[1] + h[1] * delta[0]) * (h[0] / (h[1] + h[0])) + (h[1] + h[1]) * delta[0];
+    for (u64 i = 1; i + 1 < n; ++i) {
+        if (i + 1 < p) delta[i + 1] = (y[i + 2] - y[i + 1]) / h[i + 1];
+        const T mu = h[i] / diag[i - 1];
+        diag[i] = T(2) * (h[i - 1] + h[i]) - mu * superPrev;
+        superPrev = h[i - 1];
+        const T ri = (delta[i - 1] * h[i] + delta[i] * h[i - 1]) * T(3);
+        r[i] = ri - mu * r[i - 1];
+    }
+    {
+        const T mu = (h[n - 3] + h[n - 2]) / diag[n - 2];
+        diag[n - 1] = h[n - 3] - mu * superPrev;
+        const T rl = (h[n - 2] * delta[n - 3] + delta[n - 2] * h[n - 3]) *
+                         (h[n - 2] / (h[n - 3] + h[n - 2])) +
+                     (h[n - 3] + h[n - 3]) * delta[n - 2];
+        r[n - 1] = rl - mu * r[n - 2];
+    }
+
+    auto piece = [&](u64 k) {
+        const T t = (r[k] + r[k + 1] - (delta[k] + delta[k])) / h[k];
+        c2[k] = (delta[k] - r[k]) / h[k] - t;
+        c3[k] = t / h[k];
+    };
+    r[n - 1] = r[n - 1] / diag[n - 1];
+    for (u64 i = n - 2; i > 0; --i) {
+        r[i] = (r[i] - h[i - 1] * r[i + 1]) / diag[i];
+        piece(i);
+    }
+    r[0] = (r[0] - (h[0] + h[1]) * r[1]) / diag[0];
+    piece(0);
+    // Last: the first constant term overwrites the last node slope.
+    for (u64 k = 0; k < p; ++k)
+        c0[k] = y[k];
+}
+
+} // namespace
+
 template <class T, class G>
 void splineCoefficientsInto(T* coef, const T* values, const G* grid, u64 n, u64 m) {
     if (n < 2) throw std::invalid_argument("a spline needs at least two points");
     const u64 p = n - 1;
     if (m == 0) return;
 
-    // Workspace: spacings, sub-diagonal, diagonal, super-diagonal (n entries each).
-    platform::HostVector<T> work(checkedMul(4, n), T(0));
+    // Workspace: spacings, diagonal, and for several columns the sub- and super-diagonal
+    // (n entries each; one column reads the off-diagonals straight from the spacings).
+    platform::HostVector<T> work(checkedMul(m == 1 ? 2 : 4, n), T(0));
     T* h = work.data();
-    T* sub = h + n;
-    T* diag = sub + n;
-    T* super = diag + n;
+    T* diag = h + n;
+    T* sub = m == 1 ? nullptr : diag + n;
+    T* super = m == 1 ? nullptr : diag + 2 * n;
     for (u64 k = 0; k < p; ++k)
         h[k] = static_cast<T>(grid[k + 1]) - static_cast<T>(grid[k]);
 
@@ -93,6 +150,11 @@ void splineCoefficientsInto(T* coef, const T* values, const G* grid, u64 n, u64 
             c[6] = y0;
             c[7] = y1;
         }
+        return;
+    }
+
+    if (m == 1) {
+        solveOneColumn(coef, values, h, diag, n);
         return;
     }
 
