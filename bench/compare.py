@@ -78,6 +78,31 @@ def scipy_object(make):
     return build
 
 
+def data_2d(rng, nq, n=300):
+    g = tuple(np.sort(np.concatenate([[0.0, 100.0], rng.uniform(0.0, 100.0, n - 2)]))
+              for _ in range(2))
+    V = np.sin(g[0] / 7.0)[:, None] * np.cos(g[1] / 11.0)[None, :]
+    m = max(nq // 10, 1)  # SciPy's N-D peer is slow: a tenth of the 1-D query count
+    P = np.column_stack([rng.uniform(0.0, 100.0, m), rng.uniform(0.0, 100.0, m)])
+    return {"grid": g, "V": V, "P": np.asfortranarray(P)}
+
+
+def mi_2d(method):
+    def build(d):
+        F = griddedInterpolant(d["grid"], d["V"], method)
+        return lambda: F(d["P"])
+
+    return build
+
+
+def rgi_peer(method):
+    def build(d):
+        f = si.RegularGridInterpolator(d["grid"], d["V"], method=method)
+        return lambda: f(d["P"])
+
+    return build
+
+
 CASES = [
     Case("1-D linear", "linear", data_1d, mi_1d("linear"),
          {"numpy.interp": numpy_interp, "scipy interp1d": interp1d_peer("linear")}),
@@ -94,6 +119,12 @@ CASES = [
          {"scipy CubicSpline": scipy_object(lambda d: si.CubicSpline(d["x"], d["v"]))},
          tolerance=1e-7),
     Case("1-D makima", "makima", data_1d, mi_1d("makima"), {}),
+    Case("2-D linear", "linear", data_2d, mi_2d("linear"),
+         {"scipy RegularGrid": rgi_peer("linear")}),
+    Case("2-D nearest", "nearest", data_2d, mi_2d("nearest"),
+         {"scipy RegularGrid": rgi_peer("nearest")}, tolerance=np.inf),
+    Case("2-D spline", "spline", data_2d, mi_2d("spline"), {}),
+    Case("2-D makima", "makima", data_2d, mi_2d("makima"), {}),
 ]
 
 
@@ -147,8 +178,9 @@ def versions():
 
 
 def print_table(rows, nq):
-    print(f"{nq:,} queries on a 1000-point grid (best of repeats; ratio = peer time / "
-          f"mathinterp time, > 1 means mathinterp is faster)")
+    print(f"1-D: {nq:,} queries on a 1000-point grid; 2-D: {max(nq // 10, 1):,} points on "
+          f"300 x 300 (best of repeats; ratio = peer time / mathinterp time, > 1: mathinterp "
+          f"is faster)")
     head = f"{'case':14} {'mathinterp':>12} {'peer':18} {'peer time':>12} {'ratio':>7}  status"
     print(head)
     print("-" * len(head))
