@@ -53,6 +53,8 @@ CONSTRUCTION_ERRORS = [
     ("NonMonotonicCompVecsErrId", ((x4[::-1].copy(),), v4)),
     ("MixedGridCoordSizeErrId", (np.zeros((2, 2)), v4)),
     ("NdgridNotMeshgrid2DErrId", (*np.meshgrid(*xy), V34.T.copy())),
+    ("NdgridNotMeshgrid3DErrId", (*np.meshgrid(x4[:2], x4[:3], x4, indexing="xy"),
+                                  np.zeros((3, 2, 4)))),
     ("BadGridErrId", (np.arange(12.0).reshape(3, 4), np.arange(12.0).reshape(3, 4), V34)),
     ("BadInterpTypeErrId", (x4, v4, "bilinear")),
     ("ExtrapolationMethodInvalid", (x4, v4, "linear", "sideways")),
@@ -191,6 +193,18 @@ def test_meshgrid_queries_warn_and_evaluate_point_by_point():
 
 
 @needs_class
+def test_three_dimensional_meshgrid_queries_warn():
+    g = (x4[:2], x4[:3], x4)
+    F = nd_or_skip(g, np.arange(24.0).reshape(2, 3, 4))
+    X, Y, Z = np.meshgrid(np.array([0.5]), np.array([0.5, 1.5]), np.array([1.0, 2.5, 3.0]))
+    with pytest.warns(mathinterp.InterpolationWarning) as rec:
+        r = F(X, Y, Z)
+    assert [w.message.identifier for w in rec] == [GI + "MeshgridEval3DWarnId"]
+    P = np.column_stack([X.ravel(order="F"), Y.ravel(order="F"), Z.ravel(order="F")])
+    np.testing.assert_array_equal(r.ravel(order="F"), F(P))
+
+
+@needs_class
 @pytest.mark.parametrize(
     "args,key,method",
     [
@@ -198,6 +212,7 @@ def test_meshgrid_queries_warn_and_evaluate_point_by_point():
         ((xy, V34, "pchip"), "Pchip1DonlyWarnId", "linear"),
         ((xy, V34, "next"), "Next1DonlyWarnId", "linear"),
         ((xy, V34, "previous"), "Previous1DonlyWarnId", "linear"),
+        ((np.array([0.0, 1.0, 3.0, 4.0]), v4, "cubic"), "CubicUniformOnlyWarnId", "spline"),
     ],
     ids=lambda v: v if isinstance(v, str) else "",
 )

@@ -388,6 +388,10 @@ def test_two_dimensional_query_forms_and_shapes(rng):
     Xg, Yg = np.meshgrid(xq, yq, indexing="ij")
     np.testing.assert_allclose(g, ref((Xg, Yg)), rtol=1e-13, atol=1e-14)
     np.testing.assert_array_equal(F(Xg, Yg), g)
+    # Full grid arrays (ndgrid order) build the same interpolant as the grid vectors.
+    Xf, Yf = np.meshgrid(x, y, indexing="ij")
+    np.testing.assert_array_equal(griddedInterpolant(Xf, Yf, V)(P), r)
+    np.testing.assert_array_equal(griddedInterpolant(Xf, Yf, V, "linear", "none")(P), r)
     # Value sets go last.
     W = np.stack([V, 2 * V, -V], axis=2)
     H = griddedInterpolant((x, y), W)

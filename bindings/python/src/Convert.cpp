@@ -36,7 +36,7 @@ py::module_& numpy() {
 // shutdown the reference is leaked, as the objects are going away anyway.
 struct PyRefDeleter {
     void operator()(PyObject* o) const noexcept {
-        if (!Py_IsInitialized() || _Py_IsFinalizing()) return;
+        if (!pythonAlive()) return;
         PyGILState_STATE s = PyGILState_Ensure();
         Py_DECREF(o);
         PyGILState_Release(s);

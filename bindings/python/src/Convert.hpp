@@ -34,6 +34,16 @@ py::object fromHost(const platform::HostArray& a, bool writeable);
 // The same for numeric arrays, keeping the host's dimensions exactly (no column rule).
 py::array numericView(const platform::HostArray& a, bool writeable);
 
+// False once the interpreter is shutting down: Python references are then leaked, not
+// dropped, since taking the GIL is no longer possible.
+inline bool pythonAlive() noexcept {
+#if PY_VERSION_HEX >= 0x030D0000
+    return Py_IsInitialized() && !Py_IsFinalizing();
+#else
+    return Py_IsInitialized() && !_Py_IsFinalizing();
+#endif
+}
+
 // Hook for class instances: the package registers a factory that turns a host object value
 // into its Python class (griddedInterpolant), and toHost recognises Python objects carrying
 // an attribute `_mi_host` that yields a HostValue.

@@ -1,6 +1,8 @@
 // Translation of host errors into Python exceptions, and the warning sink.
 #include "Errors.hpp"
 
+#include "Convert.hpp"
+
 #include <platform/HostError.hpp>
 
 #include <string_view>
@@ -97,7 +99,7 @@ void initErrors(py::module_& m) {
             s->add(id, text);
             return;
         }
-        if (!Py_IsInitialized() || _Py_IsFinalizing()) return;
+        if (!pythonAlive()) return;
         py::gil_scoped_acquire gil;
         try {
             issueWarning(id, text);
