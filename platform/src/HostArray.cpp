@@ -17,7 +17,7 @@ struct ArrayData {
     bool complex = false;
     bool sparse = false;
     bool readOnly = false;
-    Dims dims{0, 0};
+    Dims dims; // set by every creation path
     std::uint64_t numel = 0;
     // numeric
     void* data = nullptr;
