@@ -72,9 +72,12 @@ public:
     PiecewiseCubic1D(const G* grid, u64 n, const V* plane)
         : Base(grid, n, plane), numPieces(n - 1) {}
 
+    // A NaN result (NaN query, or NaN reaching the coefficients from the values) is written
+    // as the engine's NaN.
     template <class Q>
     V kernel(Q xq, u64 k) const noexcept {
-        return hornerCubic(coef_, numPieces, k, cubicOffset<G, V>(xq, this->gridPoints[k]));
+        const V r = hornerCubic(coef_, numPieces, k, cubicOffset<G, V>(xq, this->gridPoints[k]));
+        return isNaN(r) ? engineNaN<V>() : r;
     }
 
     // The four blocks, or null before the first completion and after rebinding.
