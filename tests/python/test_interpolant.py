@@ -302,6 +302,7 @@ def test_pickle_round_trip_every_protocol(data, protocol):
     for F in (
         griddedInterpolant(x, v, "nearest", "none"),
         griddedInterpolant((x,), V),
+        griddedInterpolant(x.astype(np.float32), v + 1j * v[::-1], "linear", "nearest"),
         griddedInterpolant(v),
         griddedInterpolant(),
     ):

@@ -120,6 +120,25 @@ def test_wrapped_array_lives_as_long_as_the_host_holds_it():
     assert ref() is None
 
 
+def test_numpy_reference_is_dropped_safely_on_a_native_thread():
+    import gc
+    import weakref
+
+    class Owned(np.ndarray):
+        pass
+
+    a = np.arange(5.0).view(Owned)
+    ref = weakref.ref(a)
+    h = _core.to_host(a)
+    del a
+    gc.collect()
+    assert ref() is not None
+    _core._release_on_native_thread(h)  # the owner takes the GIL on that thread to let go
+    gc.collect()
+    assert ref() is None
+    assert h.is_null
+
+
 @pytest.mark.parametrize(
     "obj,cls,dims",
     [

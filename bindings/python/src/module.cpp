@@ -21,6 +21,7 @@
 #include <pybind11/stl.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace py = pybind11;
@@ -150,6 +151,15 @@ PYBIND11_MODULE(_core, m) {
     m.def("thread_limit", &threadLimit);
     m.def("active_parallelism", &activeParallelism);
     m.def("_issue_warning", &issueTestWarning);
+    // Drops the last handle of a host array on a thread that Python never saw, with the GIL
+    // released here, as a worker thread of the engine would.
+    m.def("_release_on_native_thread", [](HostValue& v) {
+        HostArray a = std::move(v.array);
+        v.array = HostArray();
+        py::gil_scoped_release release;
+        std::thread t([held = std::move(a)]() mutable { held.release(); });
+        t.join();
+    });
     m.def("_raise_error", &raiseTestError, py::arg("component"), py::arg("key"),
           py::arg("args") = py::tuple());
 
