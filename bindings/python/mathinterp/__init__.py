@@ -173,10 +173,8 @@ class griddedInterpolant:
     # ---- evaluation -------------------------------------------------------------------------
 
     def _layout(self) -> tuple[int, tuple]:
-        grid = _core.get_property(self._mi_host, "GridVectors")
-        values = _core.get_property(self._mi_host, "Values")
-        d = 0 if grid.is_null else int(_np.prod(grid.dims)) if grid.class_name == "cell" else 0
-        return d, _core.value_set_extents(values, d)
+        d, vs = _core.layout(self._mi_host)
+        return int(d), tuple(vs)
 
     def __call__(self, *queries: Any) -> Any:
         """Evaluate at the query points (see the class docstring for the forms)."""

@@ -22,6 +22,7 @@
 
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace py = pybind11;
@@ -213,6 +214,16 @@ PYBIND11_MODULE(_core, m) {
     m.def("set_property", [](const HostValue& obj, const std::string& name, py::handle value) {
         platform::PropertyValue v{toHost(value)};
         hostCall([&] { ClassSystem::setProperty(obj.array, name, v); });
+    });
+    // (d, value-set extents) of an interpolant in one call: the shape rules need both.
+    m.def("layout", [](const HostValue& obj) {
+        auto [grid, values] = hostCall([&] {
+            return std::pair<HostArray, HostArray>(
+                ClassSystem::getPropertyArray(obj.array, "GridVectors"),
+                ClassSystem::getPropertyArray(obj.array, "Values"));
+        });
+        const std::size_t d = grid.isCell() ? grid.numberOfElements() : 0;
+        return py::make_tuple(d, valueSetExtents(values, d));
     });
     m.def("copy_object", [](const HostValue& obj) {
         return HostValue{hostCall([&] { return ClassSystem::copyObject(obj.array); })};
