@@ -41,10 +41,6 @@ std::vector<HostArray> toHostAll(const py::sequence& args) {
     return out;
 }
 
-const HostArray& arrayOf(const HostValue& v) {
-    return v.array;
-}
-
 py::tuple dimsOf(const HostArray& a) {
     py::tuple t(a.dimensions().size());
     for (std::size_t k = 0; k < a.dimensions().size(); ++k)
@@ -248,5 +244,4 @@ PYBIND11_MODULE(_core, m) {
         m.def(name, [noClassSystem](py::args, py::kwargs) { noClassSystem(); });
     m.def("deep_copy", [](const HostValue& v) { return HostValue{v.array.deepCopy()}; });
 #endif
-    (void)arrayOf;
 }
