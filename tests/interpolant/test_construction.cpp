@@ -393,6 +393,9 @@ TEST(Construction, AcceptedForms) {
     }
     const auto [X, Y] = ndgrid2({1, 2, 3}, {1, 2, 3, 4});
     EXPECT_EQ(constructId({X, Y, V34()}), expectedNd());
+    // ndgrid arrays over the first two extents of values with value sets.
+    EXPECT_EQ(constructId({X, Y, filled({3, 4, 2}, [](auto i) { return double(i); })}),
+              expectedNd());
     EXPECT_EQ(constructId({HostArray::cellOf({oneTo(3), oneTo(4)}), V34()}), expectedNd());
     EXPECT_EQ(constructId({V34(), text("linear"), text("none")}), expectedNd());
 }
