@@ -4,10 +4,13 @@
 #include "InterpolantTestUtil.hpp"
 
 #include "mathinterp/interpolant/GridValidation.hpp"
+#include "mathinterp/methods/CubicND.hpp"
 #include "mathinterp/methods/LinearND.hpp"
 #include "mathinterp/methods/Makima1D.hpp"
+#include "mathinterp/methods/MakimaND.hpp"
 #include "mathinterp/methods/Pchip1D.hpp"
 #include "mathinterp/methods/Spline1D.hpp"
+#include "mathinterp/methods/SplineND.hpp"
 
 #include <cmath>
 #include <complex>
@@ -523,13 +526,22 @@ TEST(Construction, FailureStoresNothing) {
     EXPECT_FALSE(g.fullyConstructed());
 
     // A method that is not part of this build fails after validation: still nothing kept.
-    const char* missing = !mathinterp::Spline1D<double, double>::available   ? "spline"
-                          : !mathinterp::Pchip1D<double, double>::available  ? "pchip"
-                          : !mathinterp::Makima1D<double, double>::available ? "makima"
-                                                                             : nullptr;
-    if (!missing) GTEST_SKIP() << "every 1-D method is built";
+    // Look for one among the 1-D methods, then among the N-D ones.
+    const char* missing1D = !mathinterp::Spline1D<double, double>::available   ? "spline"
+                            : !mathinterp::Pchip1D<double, double>::available  ? "pchip"
+                            : !mathinterp::Makima1D<double, double>::available ? "makima"
+                                                                               : nullptr;
+    const char* missingND = !mathinterp::SplineND<double, double>::available   ? "spline"
+                            : !mathinterp::CubicND<double, double>::available  ? "cubic"
+                            : !mathinterp::MakimaND<double, double>::available ? "makima"
+                                                                               : nullptr;
+    if (!missing1D && !missingND) GTEST_SKIP() << "every method is built";
     g.construct(2, good.data());
-    EXPECT_EQ(constructId(g, {row({0, 1, 2}), row({1, 2, 3}), text(missing)}), "MethodNotBuilt");
+    ASSERT_TRUE(g.evaluator());
+    const Args bad = missing1D
+                         ? Args{row({0, 1, 2}), row({1, 2, 3}), text(missing1D)}
+                         : Args{HostArray::cellOf({oneTo(3), oneTo(4)}), V34(), text(missingND)};
+    EXPECT_EQ(constructId(g, bad), "MethodNotBuilt");
     EXPECT_FALSE(g.evaluator());
     EXPECT_TRUE(g.values().isNull());
 }
