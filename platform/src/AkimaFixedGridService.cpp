@@ -93,30 +93,6 @@ void precompute1D(u64 n, const G* x, const V* y, V* ws, V* result) {
         c0[k] = y[k];
 }
 
-// X: the type the offset is formed in (the grid type as passed).
-template <class X, class V>
-void interpolate1D(u64 n, const X* grid, u64 setIndex, const V* result, u64 numQueries, const X* xq,
-                   const u64* k, V* out) {
-    const u64 m = n - 1;
-    const V* blk = result + setIndex * (4 * m + 1);
-    const V* c3 = blk;
-    const V* c2 = blk + m;
-    const V* c1 = blk + 2 * m;
-    const V* c0 = blk + 3 * m;
-    for (u64 q = 0; q < numQueries; ++q) {
-        const u64 i = k[q];
-        const X x = xq[q];
-        if (x == grid[i]) {
-            out[q] = c0[i];
-        } else if (x == grid[i + 1]) {
-            out[q] = c0[i + 1];
-        } else {
-            const V s = static_cast<V>(x - grid[i]);
-            out[q] = ((c3[i] * s + c2[i]) * s + c1[i]) * s + c0[i];
-        }
-    }
-}
-
 template <class G, class V>
 void precomputeND(u64 d, const u64* dims, const G* const* grids, const V* values, V* ws1,
                   u64* strides, V* result) {
@@ -252,22 +228,6 @@ void akimaFixedGrid_precompute_1D_float(u64 n, const float* grid, const float* v
 void akimaFixedGrid_precompute_1D_float(u64 n, const double* grid, const float* values,
                                         float* workspace, float* result) {
     precompute1D(n, grid, values, workspace, result);
-}
-
-void akimaFixedGrid_interpolate_1D_double(u64 n, const double* grid, u64 setIndex, u64,
-                                          const double* result, u64 numQueries, const double* xq,
-                                          const u64* k, double* out) {
-    interpolate1D(n, grid, setIndex, result, numQueries, xq, k, out);
-}
-void akimaFixedGrid_interpolate_1D_float(u64 n, const double* grid, u64 setIndex, u64,
-                                         const float* result, u64 numQueries, const double* xq,
-                                         const u64* k, float* out) {
-    interpolate1D(n, grid, setIndex, result, numQueries, xq, k, out);
-}
-void akimaFixedGrid_interpolate_1D_float(u64 n, const float* grid, u64 setIndex, u64,
-                                         const float* result, u64 numQueries, const float* xq,
-                                         const u64* k, float* out) {
-    interpolate1D(n, grid, setIndex, result, numQueries, xq, k, out);
 }
 
 // ---- d dimensions --------------------------------------------------------------------------

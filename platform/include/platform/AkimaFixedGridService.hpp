@@ -74,18 +74,23 @@ void akimaFixedGrid_precompute_1D_float(std::uint64_t n, const double* grid, con
 // setIndex 0, numSets 1). A query on x_k or x_{k+1} returns that node's value; otherwise s =
 // xq - x_k is formed in the grid's type and converted to the value type. Queries outside
 // the grid (with k = 0 or n - 2) continue the end cubic; a NaN query gives NaN.
-void akimaFixedGrid_interpolate_1D_double(std::uint64_t n, const double* grid,
-                                          std::uint64_t setIndex, std::uint64_t numSets,
-                                          const double* result, std::uint64_t numQueries,
-                                          const double* xq, const std::uint64_t* k, double* out);
-void akimaFixedGrid_interpolate_1D_float(std::uint64_t n, const double* grid,
-                                         std::uint64_t setIndex, std::uint64_t numSets,
-                                         const float* result, std::uint64_t numQueries,
-                                         const double* xq, const std::uint64_t* k, float* out);
-void akimaFixedGrid_interpolate_1D_float(std::uint64_t n, const float* grid, std::uint64_t setIndex,
-                                         std::uint64_t numSets, const float* result,
-                                         std::uint64_t numQueries, const float* xq,
-                                         const std::uint64_t* k, float* out);
+// Defined inline below: callers evaluate one query per call, and a call into the library
+// would cost as much as the evaluation itself.
+inline void akimaFixedGrid_interpolate_1D_double(std::uint64_t n, const double* grid,
+                                                 std::uint64_t setIndex, std::uint64_t numSets,
+                                                 const double* result, std::uint64_t numQueries,
+                                                 const double* xq, const std::uint64_t* k,
+                                                 double* out);
+inline void akimaFixedGrid_interpolate_1D_float(std::uint64_t n, const double* grid,
+                                                std::uint64_t setIndex, std::uint64_t numSets,
+                                                const float* result, std::uint64_t numQueries,
+                                                const double* xq, const std::uint64_t* k,
+                                                float* out);
+inline void akimaFixedGrid_interpolate_1D_float(std::uint64_t n, const float* grid,
+                                                std::uint64_t setIndex, std::uint64_t numSets,
+                                                const float* result, std::uint64_t numQueries,
+                                                const float* xq, const std::uint64_t* k,
+                                                float* out);
 
 // ---- d dimensions ------------------------------------------------------------------------
 //
@@ -159,5 +164,55 @@ void akimaFixedGrid_interpolate_float(std::uint64_t d, const std::uint64_t* dims
 // Number of precomputations (1-D and N-D) run in this process so far; lets tests show that
 // a cache is filled once.
 std::uint64_t akimaFixedGrid_precomputeCount() noexcept;
+
+// ---- inline definitions ------------------------------------------------------------------
+
+namespace akima_detail {
+// X: the type the offset is formed in (the grid type as passed).
+template <class X, class V>
+inline void interpolate1D(std::uint64_t n, const X* grid, std::uint64_t setIndex, const V* result,
+                          std::uint64_t numQueries, const X* xq, const std::uint64_t* k,
+                          V* out) noexcept {
+    const std::uint64_t m = n - 1;
+    const V* c3 = result + setIndex * (4 * m + 1);
+    const V* c2 = c3 + m;
+    const V* c1 = c2 + m;
+    const V* c0 = c1 + m;
+    for (std::uint64_t q = 0; q < numQueries; ++q) {
+        const std::uint64_t i = k[q];
+        const X x = xq[q];
+        if (x == grid[i]) {
+            out[q] = c0[i];
+        } else if (x == grid[i + 1]) {
+            out[q] = c0[i + 1];
+        } else {
+            const V s = static_cast<V>(x - grid[i]);
+            out[q] = ((c3[i] * s + c2[i]) * s + c1[i]) * s + c0[i];
+        }
+    }
+}
+} // namespace akima_detail
+
+inline void akimaFixedGrid_interpolate_1D_double(std::uint64_t n, const double* grid,
+                                                 std::uint64_t setIndex, std::uint64_t,
+                                                 const double* result, std::uint64_t numQueries,
+                                                 const double* xq, const std::uint64_t* k,
+                                                 double* out) {
+    akima_detail::interpolate1D(n, grid, setIndex, result, numQueries, xq, k, out);
+}
+inline void akimaFixedGrid_interpolate_1D_float(std::uint64_t n, const double* grid,
+                                                std::uint64_t setIndex, std::uint64_t,
+                                                const float* result, std::uint64_t numQueries,
+                                                const double* xq, const std::uint64_t* k,
+                                                float* out) {
+    akima_detail::interpolate1D(n, grid, setIndex, result, numQueries, xq, k, out);
+}
+inline void akimaFixedGrid_interpolate_1D_float(std::uint64_t n, const float* grid,
+                                                std::uint64_t setIndex, std::uint64_t,
+                                                const float* result, std::uint64_t numQueries,
+                                                const float* xq, const std::uint64_t* k,
+                                                float* out) {
+    akima_detail::interpolate1D(n, grid, setIndex, result, numQueries, xq, k, out);
+}
 
 } // namespace platform
