@@ -261,15 +261,19 @@ TEST(Makima1D, StepDataWithoutOvershoot) {
         }
         const auto x = irregularGrid(rng, y.size());
         const Makima1<double, double> m(x, y, 1);
+        const Makima1<double, double> pchip(x, y, 1, false, MethodId::Pchip, MethodId::Pchip);
         std::vector<double> q;
         for (u64 k = 0; k + 1 < x.size(); ++k)
             for (int j = 0; j < 16; ++j)
                 q.push_back(x[k] + (x[k + 1] - x[k]) * j / 16.0);
         const auto r = m(q);
+        const auto rp = pchip(q);
         for (u64 i = 0; i < q.size(); ++i) {
             const u64 k = i / 16;
-            EXPECT_GE(r[i], std::min(y[k], y[k + 1])) << q[i];
-            EXPECT_LE(r[i], std::max(y[k], y[k + 1])) << q[i];
+            const double lo = std::min(y[k], y[k + 1]), hi = std::max(y[k], y[k + 1]);
+            ASSERT_TRUE(rp[i] >= lo && rp[i] <= hi) << "pchip overshoots at " << q[i];
+            EXPECT_GE(r[i], lo) << q[i];
+            EXPECT_LE(r[i], hi) << q[i];
             if (y[k] == y[k + 1]) {
                 EXPECT_SAME_BITS(r[i], y[k]) << q[i];
             }
