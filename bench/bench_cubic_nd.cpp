@@ -1,0 +1,200 @@
+// Cubic convolution and the tensor spline through the evaluators, double grid and values:
+//   Cubic1D   1000-point uniform grid, 10^6 scattered queries
+//   CubicND   1000 x 1000 grid, 10^6 scattered queries
+//   SplineND  1000 x 1000 grid, 10^6 scattered queries and a 2000 x 2000 query grid
+//   SplineND  100^3 grid, 10^6 scattered queries and a 200^3 query grid
+// Evaluation is timed with the tables built (the first evaluation is outside the timing);
+// the *_Build cases time the table build alone (values rebound, then one evaluation).
+// Thread count: the last argument (1 or 2). Fixed seeds.
+//   ./build/bench/bench_cubic_nd --benchmark_filter=/2/
+#include "mathinterp/core/Evaluators.hpp"
+#include "mathinterp/methods/Cubic1D.hpp"
+#include "mathinterp/methods/CubicND.hpp"
+#include "mathinterp/methods/SplineND.hpp"
+
+#include <platform/HostArray.hpp>
+
+#include <benchmark/benchmark.h>
+#include <tbb/global_control.h>
+
+#include <cmath>
+#include <random>
+#include <vector>
+
+using namespace mathinterp;
+using platform::ClassId;
+using platform::HostArray;
+
+namespace {
+
+// A uniform grid of n^d points on [0, 1]^d with smooth values.
+struct Data {
+    std::vector<std::vector<double>> x;
+    std::vector<double> v;
+    EvaluatorSetup<double, double> setup;
+
+    Data(u64 d, u64 n) : x(d) {
+        u64 total = 1;
+        for (u64 k = 0; k < d; ++k) {
+            x[k].resize(n);
+            for (u64 i = 0; i < n; ++i)
+                x[k][i] = static_cast<double>(i) / static_cast<double>(n - 1);
+            setup.grids.push_back(x[k].data());
+            setup.sizes.push_back(n);
+            total *= n;
+        }
+        v.resize(total);
+        for (u64 j = 0; j < total; ++j) {
+            u64 r = j;
+            double s = 0;
+            for (u64 k = 0; k < d; ++k) {
+                s += std::sin(3.0 * static_cast<double>(k + 1) * x[k][r % n]);
+                r /= n;
+            }
+            v[j] = s;
+        }
+        setup.values = v.data();
+        setup.pointsPerPlane = total;
+        setup.numPlanes = 1;
+    }
+};
+
+HostArray scatteredQueries(u64 d, u64 m) {
+    HostArray q = HostArray::createUninitialisedNumeric({m, d}, ClassId::Double);
+    std::mt19937_64 rng(42);
+    std::uniform_real_distribution<double> u(0.0, 1.0);
+    double* p = q.data<double>();
+    for (u64 i = 0; i < m * d; ++i)
+        p[i] = u(rng);
+    return q;
+}
+
+HostArray queryGrid(u64 d, u64 m) {
+    HostArray cell = HostArray::createCell(1, d);
+    std::vector<double> q(m);
+    for (u64 i = 0; i < m; ++i)
+        q[i] = static_cast<double>(i) / static_cast<double>(m - 1);
+    for (u64 k = 0; k < d; ++k)
+        cell.setCell(k, HostArray::columnVector(q));
+    return cell;
+}
+
+void setCounters(benchmark::State& state, u64 points) {
+    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * points));
+    state.counters["ns/point"] = benchmark::Counter(static_cast<double>(points),
+                                                    benchmark::Counter::kIsIterationInvariantRate |
+                                                        benchmark::Counter::kInvert);
+}
+
+std::unique_ptr<tbb::global_control> threads(benchmark::State& state) {
+    return std::make_unique<tbb::global_control>(tbb::global_control::max_allowed_parallelism,
+                                                 static_cast<std::size_t>(state.range(0)));
+}
+
+// Scattered: d-dimensional grid of n^d points, m queries.
+template <class M>
+void scatteredCase(benchmark::State& state, u64 d, u64 n, u64 m) {
+    const auto tc = threads(state);
+    const Data data(d, n);
+    EvaluatorInterp<M> e(data.setup);
+    const HostArray q = scatteredQueries(d, m);
+    HostArray out = HostArray::createUninitialisedNumeric({m, 1}, ClassId::Double);
+    e.evaluateScattered(m, q, out); // builds the tables
+    for (auto _ : state) {
+        e.evaluateScattered(m, q, out);
+        benchmark::DoNotOptimize(out.data<double>());
+    }
+    setCounters(state, m);
+}
+
+// Gridded: n^d grid, m^d query grid.
+template <class M>
+void griddedCase(benchmark::State& state, u64 d, u64 n, u64 m) {
+    const auto tc = threads(state);
+    const Data data(d, n);
+    EvaluatorInterp<M> e(data.setup);
+    const HostArray q = queryGrid(d, m);
+    u64 total = 1;
+    platform::Dims dims;
+    for (u64 k = 0; k < d; ++k) {
+        total *= m;
+        dims.push_back(m);
+    }
+    HostArray out = HostArray::createUninitialisedNumeric(dims, ClassId::Double);
+    e.evaluateGridded(q, out);
+    for (auto _ : state) {
+        e.evaluateGridded(q, out);
+        benchmark::DoNotOptimize(out.data<double>());
+    }
+    setCounters(state, total);
+}
+
+// The table build alone: rebinding drops the tables, one query rebuilds them.
+template <class M>
+void buildCase(benchmark::State& state, u64 d, u64 n, bool gridded) {
+    const auto tc = threads(state);
+    const Data data(d, n);
+    EvaluatorInterp<M> e(data.setup);
+    const HostArray q = gridded ? queryGrid(d, 2) : scatteredQueries(d, 1);
+    HostArray out = HostArray::createUninitialisedNumeric({u64{1} << d, 1}, ClassId::Double);
+    const void* planes[] = {data.v.data()};
+    for (auto _ : state) {
+        e.rebindValues(planes);
+        if (gridded)
+            e.evaluateGridded(q, out);
+        else
+            e.evaluateScattered(1, q, out);
+        benchmark::DoNotOptimize(out.data<double>());
+    }
+}
+
+using C1 = Cubic1D<double, double>;
+using CN = CubicND<double, double>;
+using SN = SplineND<double, double>;
+
+void BM_Cubic1D_Scattered(benchmark::State& s) {
+    scatteredCase<C1>(s, 1, 1000, 1000000);
+}
+void BM_CubicND_2D_Scattered(benchmark::State& s) {
+    scatteredCase<CN>(s, 2, 1000, 1000000);
+}
+void BM_SplineND_2D_Scattered(benchmark::State& s) {
+    scatteredCase<SN>(s, 2, 1000, 1000000);
+}
+void BM_SplineND_2D_Gridded(benchmark::State& s) {
+    griddedCase<SN>(s, 2, 1000, 2000);
+}
+void BM_SplineND_3D_Scattered(benchmark::State& s) {
+    scatteredCase<SN>(s, 3, 100, 1000000);
+}
+void BM_SplineND_3D_Gridded(benchmark::State& s) {
+    griddedCase<SN>(s, 3, 100, 200);
+}
+void BM_SplineND_2D_BuildTable(benchmark::State& s) {
+    buildCase<SN>(s, 2, 1000, false);
+}
+void BM_SplineND_2D_BuildLastDim(benchmark::State& s) {
+    buildCase<SN>(s, 2, 1000, true);
+}
+void BM_SplineND_3D_BuildTable(benchmark::State& s) {
+    buildCase<SN>(s, 3, 100, false);
+}
+void BM_SplineND_3D_BuildLastDim(benchmark::State& s) {
+    buildCase<SN>(s, 3, 100, true);
+}
+
+} // namespace
+
+#define MI_BENCH(f) BENCHMARK(f)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime()
+MI_BENCH(BM_Cubic1D_Scattered);
+MI_BENCH(BM_CubicND_2D_Scattered);
+MI_BENCH(BM_SplineND_2D_Scattered);
+MI_BENCH(BM_SplineND_2D_Gridded);
+MI_BENCH(BM_SplineND_3D_Scattered);
+MI_BENCH(BM_SplineND_3D_Gridded);
+MI_BENCH(BM_SplineND_2D_BuildTable);
+MI_BENCH(BM_SplineND_2D_BuildLastDim);
+MI_BENCH(BM_SplineND_3D_BuildTable);
+MI_BENCH(BM_SplineND_3D_BuildLastDim);
+
+BENCHMARK_MAIN();
