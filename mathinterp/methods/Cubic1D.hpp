@@ -69,7 +69,8 @@ public:
             sum = ((w.wm1 * leftGhost + w.w0 * y0) + w.w1 * y1) + w.w2 * y2;
         else
             sum = w.w2 * y2 + ((w.w0 * y0 + w.wm1 * y[k - 1]) + w.w1 * y1);
-        return V(0.5) * sum;
+        const V r = V(0.5) * sum;
+        return isNaN(r) ? engineNaN<V>() : r; // a NaN value: the engine's NaN
     }
 
     platform::HostVector<G> spacings; // h_k = x[k+1] - x[k], empty until prepared

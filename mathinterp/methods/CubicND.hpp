@@ -123,11 +123,11 @@ private:
                 st[k] = this->strides[k];
                 base += (p[k].index - 1) * st[k];
             }
-            return convolve<D - 1>(base, w, st) / divisor;
+            return finish(convolve<D - 1>(base, w, st));
         }
         loadBoundary(p, scratch);
         static constexpr u64 local[3] = {1, 4, 16};
-        return convolve<D - 1>(scratch, w, local) / divisor;
+        return finish(convolve<D - 1>(scratch, w, local));
     }
 
     // Dimensions 0..K of the neighbourhood starting at b (dimension k steps by st[k]).
@@ -167,7 +167,13 @@ private:
             m >>= 2;
             reduceGroups(s, m, cubicWeights(p[k].t));
         }
-        return s[0] / divisor;
+        return finish(s[0]);
+    }
+
+    // The division by 2^d; a NaN (from a NaN value) is written as the engine's NaN.
+    V finish(V sum) const noexcept {
+        const V r = sum / divisor;
+        return isNaN(r) ? engineNaN<V>() : r;
     }
 
     // Groups of four consecutive entries (a, b, c, e) become

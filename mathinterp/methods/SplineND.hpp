@@ -23,6 +23,12 @@
 
 namespace mathinterp {
 
+// NaN results (NaN queries or NaN values) are written as the engine's NaN.
+template <class V>
+inline V nanAsEngine(V r) noexcept {
+    return isNaN(r) ? engineNaN<V>() : r;
+}
+
 template <class G, class V>
 class SplineND final : public InterpMethodND<G, V> {
     using Base = InterpMethodND<G, V>;
@@ -79,8 +85,6 @@ public:
 
     template <class Q>
     Pair makePair(u64 k, Q xq, u64 i) const noexcept {
-        // A NaN coordinate carries the engine's NaN into every Horner step.
-        if (isNaN(xq)) return {i, engineNaN<V>()};
         const G x = static_cast<G>(xq);
         return {i, static_cast<V>(x - this->gridVectors[k][i])};
     }
@@ -94,9 +98,9 @@ public:
             cell += p[k].index * coefficientStrides[k];
         switch (d) {
         case 2:
-            return reduceFixed<2>(cell, p);
+            return nanAsEngine(reduceFixed<2>(cell, p));
         case 3:
-            return reduceFixed<3>(cell, p);
+            return nanAsEngine(reduceFixed<3>(cell, p));
         default:
             break;
         }
@@ -115,7 +119,7 @@ public:
             }
             src = r;
         }
-        return r[0];
+        return nanAsEngine(r[0]);
     }
 
     // A full grid of queries for this plane: results column-major over the query lengths,
@@ -294,7 +298,7 @@ void evaluateLines(const V* coef, u64 pieces, u64 lines, const Pair* pairs, u64 
                 const V* c = coef + l * 4 * pieces;
                 V* o = out + l * m * stride;
                 for (u64 j = 0; j < m; ++j)
-                    o[j * stride] = hornerCubic(c, pieces, pairs[j].index, pairs[j].s);
+                    o[j * stride] = nanAsEngine(hornerCubic(c, pieces, pairs[j].index, pairs[j].s));
             }
         }
     } body{coef, pieces, pairs, m, out, stride};

@@ -162,6 +162,11 @@ TEST(Cubic1DProperties, NaNQueryGivesTheEngineNaN) {
     EXPECT_SAME_BITS(evalOne(mn, qnan), engineNaN<double>());
     EXPECT_SAME_BITS(evalOne(mm, qnanf), engineNaN<float>());
     EXPECT_SAME_BITS(evalOne(mm, -qnanf), engineNaN<float>());
+    // A (positive) NaN value reaching the sum.
+    const std::vector<double> yn{1, qnan, 3, 4};
+    Cubic1D<double, double> withNaN(x.data(), 4, yn.data());
+    EXPECT_SAME_BITS(evalOne(withNaN, 0.5), engineNaN<double>());
+    EXPECT_SAME_BITS(evalOne(withNaN, 2.5), engineNaN<double>());
 }
 
 namespace {

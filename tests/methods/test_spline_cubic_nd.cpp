@@ -331,12 +331,16 @@ TEST(CubicND, MatchesIndependentReferenceIn3D) {
             }
 }
 
-TEST(CubicND, NaNCoordinateGivesTheEngineNaN) {
+TEST(CubicND, NaNGivesTheEngineNaN) {
     Grid g = makeGrid({uniform(0, 1, 4), uniform(0, 1, 4)});
     g.fill([](const Point& p) { return p[0] + p[1]; });
     auto m = methodOn<CubicND<double, double>>(g);
     EXPECT_SAME_BITS(at(*m, {std::nan(""), 1.5}), engineNaN<double>());
     EXPECT_SAME_BITS(at(*m, {1.5, -std::nan("")}), engineNaN<double>());
+    g.v[5] = std::nan(""); // grid point (1, 1): in the neighbourhood of every cell here
+    auto v = methodOn<CubicND<double, double>>(g);
+    EXPECT_SAME_BITS(at(*v, {1.5, 1.5}), engineNaN<double>());
+    EXPECT_SAME_BITS(at(*v, {0.5, 0.25}), engineNaN<double>());
 }
 
 TEST(CubicND, SizesThatOverflowAreOutOfMemory) {
@@ -457,11 +461,20 @@ TEST(SplineND, LinearAlongTwoPointsQuadraticAlongThreePoints) {
     }
 }
 
-TEST(SplineND, NaNCoordinateGivesTheEngineNaN) {
+// NaN coordinates and NaN values (a positive NaN here) give the engine's NaN, scattered and
+// gridded.
+TEST(SplineND, NaNGivesTheEngineNaN) {
     Grid g = nonUniform3D();
     g.fill([](const Point& p) { return p[0] * p[1] + p[2]; });
     auto m = methodOn<SplineND<double, double>>(g);
     EXPECT_SAME_BITS(at(*m, {0.5, std::nan(""), 0.0}), engineNaN<double>());
+    g.v[7] = std::nan("");
+    EvaluatorInterp<SplineND<double, double>> e(setupOf(g));
+    const std::vector<std::vector<double>> qv{{0.0, 1.0}, {0.5, 2.0}, {-1.0, 1.0}};
+    for (double r : scattered(e, expand(qv)))
+        EXPECT_SAME_BITS(r, engineNaN<double>());
+    for (double r : gridded(e, qv))
+        EXPECT_SAME_BITS(r, engineNaN<double>());
 }
 
 // The dimension-by-dimension reduction and the tensor table agree up to rounding; cases with
