@@ -34,6 +34,7 @@ __all__ = [
     "griddedInterpolant",
     "interp1Fcn",
     "interp2Fcn",
+    "gridStructsInterpFcn",
     "InterpolationError",
     "InterpolationWarning",
     "MethodNotBuiltError",
@@ -313,6 +314,34 @@ def interp1Fcn(*args: Any) -> Any:
 def interp2Fcn(*args: Any) -> Any:
     """The same as ``interp1Fcn`` (the host's two-dimensional entry point)."""
     return _gateway("interp2Fcn", args)
+
+
+def _as_cell(v: Any) -> tuple:
+    """A tuple stays a cell; a list becomes one; anything else is a one-element cell."""
+    if isinstance(v, tuple):
+        return v
+    if isinstance(v, list):
+        return tuple(v)
+    return (v,)
+
+
+def gridStructsInterpFcn(grid_vectors: Any, values: Any, queries: Any, *words: Any) -> tuple:
+    """Interpolates grids of records: ``gridStructsInterpFcn(grid_vectors, values, queries,
+    method="linear", extrapolation=method)``.
+
+    ``grid_vectors`` and ``queries`` are tuples of d vectors; ``values`` is a tuple of struct
+    arrays (an object array of dicts shaped like the grid, or one dict on a one-point grid),
+    every dict holding the same numeric fields. ``method`` is "linear" or "nearest";
+    ``extrapolation`` "linear", "nearest" or "boundary" (clamp to the grid). Returns a tuple
+    with one object array of dicts per struct array, shaped by the query vectors, each field
+    interpolated element by element (complex where any grid record's field is complex).
+    """
+    qs = _as_cell(queries)
+    args = [_as_cell(grid_vectors), _as_cell(values), qs, *words]
+    (out,) = _core.gateway("gridStructsInterpFcn", [_core.to_host(a) for a in args], 1)
+    result = out.value(writeable=True)
+    shape = tuple(int(_np.asarray(q).size) for q in qs)
+    return tuple(_np.asarray(s, dtype=object).reshape(shape) for s in result)
 
 
 # ---- threads --------------------------------------------------------------------------------

@@ -1,0 +1,68 @@
+"""gridStructsInterpFcn from Python: dicts and object arrays of dicts in, object arrays of
+dicts out (shaped by the query vectors), results equal to griddedInterpolant per element."""
+import numpy as np
+import pytest
+
+import mathinterp
+
+x = np.array([0.0, 1.0, 2.5])
+y = np.array([-1.0, 0.0, 2.0, 3.0])
+
+
+def records():
+    recs = np.empty((x.size, y.size), dtype=object)
+    for i, xi in enumerate(x):
+        for j, yj in enumerate(y):
+            recs[i, j] = {
+                "p": np.array([xi, yj, xi * yj]),
+                "z": np.array([[1 + 1j * xi, 2.0], [3.0 + yj, 4 - 1j * yj]]),
+            }
+    return recs
+
+
+def field_values(recs, name, index):
+    return np.array([[recs[i, j][name][index] for j in range(y.size)] for i in range(x.size)])
+
+
+@pytest.mark.parametrize("method,extrap", [("linear", "linear"), ("nearest", "nearest"),
+                                           ("linear", "nearest"), ("nearest", "linear")])
+def test_matches_interpolant_element_by_element(method, extrap):
+    recs = records()
+    qx, qy = np.linspace(-1, 3.5, 7), np.linspace(-2, 4, 5)
+    (out,) = mathinterp.gridStructsInterpFcn((x, y), (recs,), (qx, qy), method, extrap)
+    assert out.shape == (7, 5)
+    assert set(out[0, 0]) == {"p", "z"}
+    assert out[0, 0]["z"].shape == (2, 2) and out[0, 0]["z"].dtype == np.complex128
+    for name, index in [("p", 0), ("p", 2), ("z", (0, 0)), ("z", (1, 1))]:
+        F = mathinterp.griddedInterpolant((x, y), field_values(recs, name, index), method, extrap)
+        expect = F((qx, qy))
+        got = np.array([[out[i, j][name][index] for j in range(5)] for i in range(7)])
+        np.testing.assert_array_equal(got, expect)
+
+
+def test_boundary_clamps_a_copy_and_defaults_are_linear():
+    recs = records()
+    qx, qy = np.array([-5.0, 0.5, 9.0]), np.array([10.0])
+    before = (qx.copy(), qy.copy())
+    (b,) = mathinterp.gridStructsInterpFcn((x, y), (recs,), (qx, qy), "linear", "boundary")
+    (d,) = mathinterp.gridStructsInterpFcn((x, y), (recs,), (qx, qy))
+    (lin,) = mathinterp.gridStructsInterpFcn((x, y), (recs,), (qx, qy), "linear", "linear")
+    np.testing.assert_array_equal(qx, before[0])
+    np.testing.assert_array_equal(qy, before[1])
+    assert b.shape == (3, 1)
+    np.testing.assert_array_equal(b[0, 0]["p"], recs[0, -1]["p"])
+    np.testing.assert_array_equal(b[2, 0]["z"], recs[-1, -1]["z"])
+    for i in range(3):
+        np.testing.assert_array_equal(d[i, 0]["p"], lin[i, 0]["p"])
+
+
+def test_errors_keep_their_literal_texts():
+    recs = records()
+    with pytest.raises(mathinterp.InterpolationError, match="Extrapolation must be nearest or linear."):
+        mathinterp.gridStructsInterpFcn((x, y), (recs,), (x, y), "linear", 3.0)
+    with pytest.raises(mathinterp.InterpolationError, match="class or numel mismatch"):
+        bad = records()
+        bad[1, 1] = {"p": np.array([1.0, 2.0]), "z": bad[1, 1]["z"]}
+        mathinterp.gridStructsInterpFcn((x, y), (bad,), (x, y))
+    with pytest.raises(mathinterp.InterpolationError, match="matching the grid size"):
+        mathinterp.gridStructsInterpFcn((x, y), (recs.T,), (x, y))
