@@ -193,6 +193,13 @@ def main(argv=None):
     if missing:
         print("Not built yet in this build: " + ", ".join(missing))
 
+    print()
+    print("Grids of records (gridStructsInterpFcn, examples/grid_structs.py): a 3 x 2 grid of")
+    print("records with a real vector field and a complex matrix field, 'linear' + 'boundary':")
+    import runpy
+
+    runpy.run_path(os.path.join(ROOT, "examples", "grid_structs.py"), run_name="__demo__")
+
     if not args.no_plot:
         plot(results1, results2, args.out)
         print(f"figure: {args.out}")
