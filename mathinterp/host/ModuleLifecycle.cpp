@@ -45,12 +45,16 @@ extern "C" void KVInitialize_libqzmathinterp() {
 
 extern "C" void KVTerminate_libqzmathinterp() {
     using namespace mathinterp;
-    std::lock_guard<std::mutex> lock(g_lifecycleMutex);
-    if (auto conversion = platform::TypeRepository::findConversion(kGridInterpTypeName, "any"))
-        platform::TypeRepository::removeConversion(conversion.get());
-    platform::TypeRepository::removeGlobalType(kGridInterpTypeName);
-    // The class goes too: its code belongs to the module. Objects still alive keep their
-    // description and stay usable.
-    platform::ClassRegistry::removeClass(kGriddedInterpolantClassName);
-    g_registered = false;
+    try {
+        std::lock_guard<std::mutex> lock(g_lifecycleMutex);
+        if (auto conversion = platform::TypeRepository::findConversion(kGridInterpTypeName, "any"))
+            platform::TypeRepository::removeConversion(conversion.get());
+        platform::TypeRepository::removeGlobalType(kGridInterpTypeName);
+        // The class goes too: its code belongs to the module. Objects still alive keep their
+        // description and stay usable.
+        platform::ClassRegistry::removeClass(kGriddedInterpolantClassName);
+        g_registered = false;
+    } catch (...) {
+        rethrowAsHostError();
+    }
 }
