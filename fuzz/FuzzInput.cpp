@@ -59,8 +59,8 @@ Dims anyDims(ByteReader& in) {
 } // namespace
 
 std::uint64_t queryBudget(std::uint64_t d) noexcept {
-    if (d >= 10) return 1;
-    return std::min<std::uint64_t>(kMaxElements, std::uint64_t{1} << (20 - 2 * d));
+    if (d >= 9) return 1;
+    return std::min<std::uint64_t>(kMaxElements, std::uint64_t{1} << (18 - 2 * d));
 }
 
 std::uint64_t ByteReader::bits(int bytes) noexcept {
@@ -478,7 +478,7 @@ std::vector<HostArray> queryArgs(ByteReader& in, const Scenario& s) {
     case 1:
     case 2: {
         // A point array (1-D) or a point matrix (N-D), near the parallel threshold now and then.
-        std::uint64_t m = in.chance(1, 24) ? 2040 + in.below(16) : in.below(12);
+        std::uint64_t m = in.chance(1, 64) ? 2040 + in.below(16) : in.below(12);
         m = std::min(m, queryBudget(s.sizes.size()));
         if (d > 1 && m * d > kMaxElements) m = kMaxElements / d;
         Dims dims = d == 1 ? Dims{m, 1} : Dims{m, d};

@@ -40,8 +40,8 @@ private:
 // Caps that keep one execution cheap: elements of any array the decoder makes, and the
 // gridded query product it asks for (the decoder still makes shapes with 0 elements and huge
 // extents, which cost nothing).
-inline constexpr std::uint64_t kMaxElements = 4100;
-inline constexpr std::uint64_t kMaxGridDims = 10;
+inline constexpr std::uint64_t kMaxElements = 1100;
+inline constexpr std::uint64_t kMaxGridDims = 10; // 2^10 values
 // Query points for a d-dimensional grid: points x 4^d (the widest neighbourhood) stays
 // near 2^20.
 std::uint64_t queryBudget(std::uint64_t d) noexcept;

@@ -126,7 +126,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     const std::vector<HostArray> probe = queryArgs(in, s);
     Evaluation reference = evaluateObject(F, probe);
-    for (int step = 0; step < 8 && !in.exhausted(); ++step) {
+    for (int step = 0; step < 5 && !in.exhausted(); ++step) {
         switch (in.byte() % 10) {
         case 0: {
             const std::vector<HostArray> q = queryArgs(in, s);

@@ -1,0 +1,281 @@
+"""Hostile input from Python: None, text, dicts, arbitrary objects, bools, integers, datetimes,
+float16, big-endian, read-only and negatively strided arrays, 0-d and 0-size arrays, many
+dimensions, and tampered pickle states. Each gives a Python exception with a message, or the
+correct result; none crashes the interpreter or changes the caller's arrays."""
+
+import datetime
+import pickle
+
+import numpy as np
+import pytest
+
+import mathinterp
+from conftest import needs_class
+
+pytestmark = needs_class
+
+X = np.array([0.0, 1.0, 2.5, 4.0])
+V = np.array([1.0, -2.0, 0.5, 3.0])
+Q = np.array([-1.0, 0.0, 0.3, 2.5, 3.9, 5.0])
+
+HOSTILE = [
+    None,
+    "linear",
+    b"bytes",
+    {"a": 1.0},
+    {},
+    object(),
+    True,
+    7,
+    2**80,
+    -0.0,
+    float("nan"),
+    datetime.datetime(2026, 11, 23),
+    datetime.timedelta(days=1),
+    np.datetime64("2026-11-23"),
+    np.array([1, 2, 3], dtype=np.float16),
+    np.array(["a", "b"]),
+    np.array([object(), None], dtype=object),
+    np.array([1.0, 2.0], dtype=np.longdouble),
+    np.zeros((2, 0, 3)),
+    np.array(1.5),
+    (),
+    (None,),
+    [[1.0, 2.0], [3.0]],
+    [],
+    slice(1, 2),
+    Ellipsis,
+    np.ma.masked_array([1.0, 2.0], mask=[False, True]),
+    np.zeros(3, dtype=[("a", "f8"), ("b", "i4")]),
+]
+
+
+def hostile_id(v):
+    return type(v).__name__ + ("" if not isinstance(v, np.ndarray) else "-" + str(v.dtype))
+
+
+def snapshot(args):
+    """Deep copies of the NumPy arrays among args (and in tuples and dicts)."""
+    out = []
+    for a in args:
+        if isinstance(a, np.ndarray):
+            out.append((a, a.copy(), a.flags.writeable))
+        elif isinstance(a, tuple):
+            out.extend(snapshot(a))
+        elif isinstance(a, dict):
+            out.extend(snapshot(tuple(a.values())))
+    return out
+
+
+def assert_unchanged(snap):
+    for a, copy, writeable in snap:
+        if a.dtype.kind in "fc":
+            np.testing.assert_array_equal(a, copy)
+            assert a.tobytes() == copy.tobytes()
+        else:
+            assert a.tobytes() == copy.tobytes()
+        assert a.flags.writeable == writeable
+
+
+def settles(fn, *args):
+    """Runs fn(*args); it must return or raise an ordinary Python exception with a message,
+    and leave the arrays among args unchanged. Returns the result or the exception."""
+    snap = snapshot(args)
+    try:
+        result = fn(*args)
+    except (mathinterp.InterpolationError, TypeError, ValueError, OverflowError,
+            NotImplementedError, MemoryError) as e:
+        assert str(e), f"{type(e).__name__} without a message"
+        result = e
+    assert_unchanged(snap)
+    return result
+
+
+@pytest.mark.parametrize("bad", HOSTILE, ids=hostile_id)
+def test_hostile_argument_in_every_position(bad):
+    F = mathinterp.griddedInterpolant(X, V)
+    reference = F(Q)
+    settles(mathinterp.griddedInterpolant, bad)
+    settles(mathinterp.griddedInterpolant, X, bad)
+    settles(mathinterp.griddedInterpolant, bad, V)
+    settles(mathinterp.griddedInterpolant, (bad,), V)
+    settles(mathinterp.griddedInterpolant, X, V, bad)
+    settles(mathinterp.griddedInterpolant, X, V, "linear", bad)
+    settles(F, bad)
+    settles(F, bad, bad)
+    settles(F, (bad,))
+    for name in ("GridVectors", "Values", "Method", "ExtrapolationMethod"):
+        settles(setattr, F, name, bad)
+        # A failed set changes nothing; a successful one is undone for the next check.
+        G = mathinterp.griddedInterpolant(X, V)
+        r = settles(setattr, G, name, bad)
+        if isinstance(r, Exception):
+            np.testing.assert_array_equal(G(Q), reference)
+    for gateway in (mathinterp.interp1Fcn, mathinterp.interp2Fcn):
+        settles(gateway, X, V, "linear", "linear", bad)
+        settles(gateway, bad, V, "linear", "linear", Q)
+        settles(gateway, X, bad, "linear", "linear", Q)
+        settles(gateway, X, V, bad, "linear", Q)
+    settles(repr, F)
+
+
+def test_bool_integer_and_float16_values_are_rejected_by_class():
+    for values in (V > 0, np.arange(4), np.arange(4, dtype=np.uint8)):
+        with pytest.raises(mathinterp.InterpolationError) as info:
+            mathinterp.griddedInterpolant(X, values)
+        assert info.value.identifier.endswith("NonFloatValuesErrId")
+    r = settles(mathinterp.griddedInterpolant, X, V.astype(np.float16))
+    assert isinstance(r, Exception)
+
+
+def test_big_endian_read_only_and_strided_arrays_give_the_native_result():
+    reference = mathinterp.griddedInterpolant(X, V, "linear")(Q)
+    big = (X.astype(">f8"), V.astype(">f8"), Q.astype(">f8"))
+    assert np.array_equal(
+        settles(lambda: mathinterp.griddedInterpolant(big[0], big[1], "linear")(big[2])),
+        reference)
+    ro = [a.copy() for a in (X, V, Q)]
+    for a in ro:
+        a.setflags(write=False)
+    F = mathinterp.griddedInterpolant(ro[0], ro[1], "linear")
+    np.testing.assert_array_equal(settles(F, ro[2]), reference)
+    # Negative strides: every other element of a reversed buffer.
+    vs = np.zeros(8)
+    vs[::2] = V[::-1]
+    vrev = vs[-2::-2]
+    assert vrev.strides[0] < 0
+    np.testing.assert_array_equal(vrev, V)
+    qrev = Q[::-1]
+    assert qrev.strides[0] < 0
+    F = mathinterp.griddedInterpolant(X, vrev, "linear")
+    np.testing.assert_array_equal(settles(F, qrev), reference[::-1])
+    np.testing.assert_array_equal(
+        settles(mathinterp.interp1Fcn, X, vrev, "linear", "linear", qrev), reference[::-1])
+
+
+def test_zero_d_and_zero_size_arrays():
+    F = mathinterp.griddedInterpolant(X, V)
+    r = settles(F, np.array(0.3))
+    assert np.shape(r) == () and r == pytest.approx(F(np.array([0.3]))[0])
+    r = settles(F, np.empty(0))
+    assert np.shape(r) == (0,)
+    r = settles(F, np.empty((3, 0)))
+    assert np.shape(r) == (3, 0)
+    for values in (np.array(1.0), np.empty(0), np.empty((0, 4))):
+        r = settles(mathinterp.griddedInterpolant, values)
+        assert isinstance(r, mathinterp.InterpolationError)
+    G = mathinterp.griddedInterpolant((X, X), np.ones((4, 4)))
+    r = settles(G, (np.empty(0), X))
+    assert np.shape(r) == (0, 4)
+
+
+def test_many_dimensions():
+    # A 12-D grid of 2 points: multilinear interpolation reproduces a linear function.
+    d = 12
+    grid = tuple(np.array([0.0, 1.0]) for _ in range(d))
+    idx = np.indices((2,) * d)
+    values = np.asfortranarray(sum((k + 1) * idx[k] for k in range(d)).astype(float))
+    F = mathinterp.griddedInterpolant(grid, values)
+    pts = np.linspace(0, 1, 5 * d).reshape(5, d)
+    expected = pts @ np.arange(1, d + 1)
+    np.testing.assert_allclose(F(pts), expected, rtol=1e-14)
+    # Thirty grid vectors for 12-D values, a 30-column point matrix, 30 query vectors.
+    settles(mathinterp.griddedInterpolant, tuple(np.array([0.0, 1.0]) for _ in range(30)), values)
+    r = settles(F, np.zeros((3, 30)))
+    assert isinstance(r, mathinterp.InterpolationError)
+    r = settles(F, tuple(np.array([0.5]) for _ in range(30)))
+    assert isinstance(r, mathinterp.InterpolationError)
+    # A 1-D interpolant queried with a 30-dimensional array: the result keeps the shape.
+    q = np.full((1,) * 28 + (2, 2), 0.5)
+    r = settles(mathinterp.griddedInterpolant(X, V), q)
+    assert np.shape(r) == q.shape
+    # Thirty 2-point dimensions of values (2^30 elements) are too many to build here; a
+    # broadcast view of that shape must fail cleanly or work, never crash.
+    huge = np.broadcast_to(np.float64(1.0), (2,) * 30)
+    r = settles(mathinterp.griddedInterpolant, tuple(np.array([0.0, 1.0]) for _ in range(30)),
+                huge[(0,) * 20])
+    assert not isinstance(r, Exception) or str(r)
+
+
+def state_of(F):
+    fn, (state,) = F.__reduce__()
+    return fn, state
+
+
+TAMPER = [
+    lambda s: s[:-1],
+    lambda s: s + (None,),
+    lambda s: (99,) + s[1:],
+    lambda s: ("1",) + s[1:],
+    lambda s: None,
+    lambda s: list(s),
+    lambda s: (s[0], "not a grid") + s[2:],
+    lambda s: (s[0], (np.array([3.0, 2.0, 1.0, 0.0]),)) + s[2:],
+    lambda s: (s[0], (np.array([0.0, np.nan, 1.0, 2.0]),)) + s[2:],
+    lambda s: (s[0], (np.arange(7.0),)) + s[2:],
+    lambda s: (s[0], (X, X)) + s[2:],
+    lambda s: (s[0], ((X,),)) + s[2:],
+    lambda s: s[:2] + ({"a": V},) + s[3:],
+    lambda s: s[:2] + (np.arange(4),) + s[3:],
+    lambda s: s[:2] + (V.astype(np.float16),) + s[3:],
+    lambda s: s[:2] + (np.ones((4, 3, 2)),) + s[3:],
+    lambda s: s[:2] + (np.array(1.0),) + s[3:],
+    lambda s: s[:3] + ("Linear",) + s[4:],
+    lambda s: s[:3] + (5,) + s[4:],
+    lambda s: s[:3] + (None, None),
+    lambda s: s[:4] + ("extrapolate",),
+    lambda s: s[:4] + (("linear",),),
+    lambda s: (s[0], None, None, None, None),
+    lambda s: (s[0], object(), object(), object(), object()),
+]
+
+
+@pytest.mark.parametrize("tamper", range(len(TAMPER)))
+def test_tampered_pickle_states(tamper):
+    F = mathinterp.griddedInterpolant(X, V, "pchip" if False else "linear")
+    fn, state = state_of(F)
+    bad = TAMPER[tamper](state)
+    G = settles(fn, bad)
+    if isinstance(G, mathinterp.griddedInterpolant):
+        # Loaded: using it either works or raises an ordinary error.
+        settles(G, Q)
+        settles(repr, G)
+        settles(pickle.dumps, G)
+    # The untampered state still loads and evaluates exactly as the source.
+    np.testing.assert_array_equal(fn(state)(Q), F(Q))
+    np.testing.assert_array_equal(pickle.loads(pickle.dumps(F))(Q), F(Q))
+
+
+def test_tampered_pickle_bytes():
+    data = bytearray(pickle.dumps(mathinterp.griddedInterpolant(X, V), protocol=4))
+    rng = np.random.default_rng(11)
+    for _ in range(200):
+        b = bytearray(data)
+        for pos in rng.integers(0, len(b), size=3):
+            b[pos] = int(rng.integers(0, 256))
+        try:
+            G = pickle.loads(bytes(b))
+        except Exception:  # noqa: BLE001 - a corrupt pickle may raise anything but crash
+            continue
+        if isinstance(G, mathinterp.griddedInterpolant):
+            settles(G, Q)
+
+
+def test_caller_arrays_unchanged_by_every_method_and_form():
+    x = np.linspace(0.0, 3.0, 7)
+    v = np.sin(x)
+    q = np.array([-0.5, 0.0, 1.1, 3.0, 3.5, np.nan])
+    for method in mathinterp.METHODS:
+        for extrap in ("none", "nearest", method):
+            args = (x, v.copy(), method, extrap)
+            r = settles(mathinterp.griddedInterpolant, *args)
+            if isinstance(r, Exception):
+                continue
+            settles(r, q)
+            settles(mathinterp.interp1Fcn, *args, q)
+    grid = (np.arange(4.0), np.arange(3.0))
+    vals = np.arange(12.0).reshape(4, 3)
+    F = settles(mathinterp.griddedInterpolant, grid, vals)
+    settles(F, np.array([[0.5, 0.5], [9.0, -1.0]]))
+    settles(F, (np.array([0.5, 9.0]), np.array([-1.0, 1.5])))
+    settles(F, *np.meshgrid(np.array([0.5, 1.0]), np.array([1.5, 2.0])))
