@@ -188,4 +188,4 @@ TEST_P(ConcurrencyStress, TwoDimensions) {
 INSTANTIATE_TEST_SUITE_P(EveryMethod, ConcurrencyStress,
                          ::testing::Values("linear", "nearest", "next", "previous", "pchip",
                                            "spline", "cubic", "makima"),
-                         [](const auto& info) { return std::string(info.param); });
+                         [](const auto& p) { return std::string(p.param); });
