@@ -5,6 +5,7 @@
 # useful ones into the seed corpus with -merge=1), crashes to build-fuzz/artifacts/.
 # Usage: scripts/fuzz.sh TARGET SECONDS [libFuzzer flags...]   (targets: interpolant,
 # gateways, load). Prints libFuzzer's final statistics, including the execution count.
+# Several targets may run at once (each a process of its own) once they are built.
 set -euo pipefail
 TARGET=${1:?usage: scripts/fuzz.sh TARGET SECONDS [libFuzzer flags...]}
 DURATION=${2:?usage: scripts/fuzz.sh TARGET SECONDS [libFuzzer flags...]}
@@ -17,7 +18,8 @@ if [ ! -f "$BUILD_DIR/build.ninja" ]; then
     -DMATHINTERP_SANITIZE="address;undefined" -DMATHINTERP_TESTS=OFF \
     -DMATHINTERP_PYTHON=OFF -DMATHINTERP_BENCH=OFF -DMATHINTERP_EXAMPLES=OFF >/dev/null
 fi
-nice -n 19 ninja -C "$BUILD_DIR" -j "${JOBS:-2}" "fuzz_$TARGET"
+# FUZZ_NO_BUILD=1 fuzzes the binary as it is (e.g. while other targets run in this build dir).
+[ -n "${FUZZ_NO_BUILD:-}" ] || nice -n 19 ninja -C "$BUILD_DIR" -j "${JOBS:-2}" "fuzz_$TARGET"
 mkdir -p "$BUILD_DIR/corpus/$TARGET" "$BUILD_DIR/artifacts"
 # Out-of-memory is an outcome the module reports as an error: a failing malloc returns null.
 export ASAN_OPTIONS=${ASAN_OPTIONS:-allocator_may_return_null=1:detect_leaks=1}
