@@ -17,8 +17,10 @@
 
 #include <tbb/enumerable_thread_specific.h>
 
+#include <algorithm>
 #include <memory>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace mathinterp {
@@ -40,6 +42,16 @@ struct NDParts<NoMethod> {
 template <class M>
 using PairOf = typename NDParts<M>::Pair;
 
+// Scattered single-method queries run in blocks: the pairs of a block first (dimension by
+// dimension, so that the searches of neighbouring queries overlap) with a prefetch of what
+// their kernels will read, then the kernels of the block before it.
+inline constexpr u64 SCATTERED_BLOCK = 16;
+
+template <class M>
+concept HasPrefetch = requires(const M& m, const typename M::Pair* p) {
+    m.prefetch(p);
+};
+
 // One thread's scratch for one evaluation.
 template <class MI, class ME>
 struct NDScratch {
@@ -59,7 +71,7 @@ NDScratch<MI, ME> makeScratch(const MI& mi, const ME* me, u64 d) {
     NDScratch<MI, ME> s;
     s.bufI = mi.makeBuffer();
     if constexpr (!std::is_same_v<ME, NoMethod>) s.bufE = me->makeBuffer();
-    s.pairsI.resize(d);
+    s.pairsI.resize(checkedMul(2 * SCATTERED_BLOCK, d));
     if constexpr (!std::is_same_v<ME, NoMethod>) s.pairsE.resize(d);
     s.indices.resize(d + 1);
     s.inside.resize(d);
@@ -138,15 +150,34 @@ struct InterpScatteredQueriesFtorND {
     void operator()(u64 b, u64 e) const {
         const M& m = *method;
         auto& s = scratch->local();
-        typename M::Pair* p = s.pairsI.data();
         const u64 d = m.numDims;
         const Q* const* col = queries->columns.data();
-        for (u64 q = b; q < e; ++q) {
+        // Two blocks of pairs (SCATTERED_BLOCK x d each, point-major): while the kernels of
+        // one block run, the values of the next are already on their way.
+        typename M::Pair* cur = s.pairsI.data();
+        typename M::Pair* next = cur + detail::SCATTERED_BLOCK * d;
+        auto fill = [&](typename M::Pair* p, u64 q0, u64 n) {
             for (u64 k = 0; k < d; ++k) {
-                const Q x = col[k][q];
-                p[k] = m.makePair(k, x, search[k].find(x));
+                const Q* x = col[k] + q0;
+                const IntervalSearch<G, Q>& sk = search[k];
+                for (u64 j = 0; j < n; ++j)
+                    p[j * d + k] = m.makePair(k, x[j], sk.find(x[j]));
             }
-            out[q * stride] = m.kernel(p, s.bufI);
+            if constexpr (detail::HasPrefetch<M>)
+                for (u64 j = 0; j < n; ++j)
+                    m.prefetch(p + j * d);
+        };
+        u64 n = std::min(detail::SCATTERED_BLOCK, e - b);
+        fill(cur, b, n);
+        for (u64 q0 = b; q0 < e;) {
+            const u64 q1 = q0 + n;
+            const u64 nn = std::min(detail::SCATTERED_BLOCK, e - q1);
+            if (nn) fill(next, q1, nn);
+            for (u64 j = 0; j < n; ++j)
+                out[(q0 + j) * stride] = m.kernel(cur + j * d, s.bufI);
+            std::swap(cur, next);
+            q0 = q1;
+            n = nn;
         }
     }
 };

@@ -42,7 +42,7 @@ public:
                 for (u64 i = 0; i + 1 < n; ++i)
                     widths[k][i] = g[i + 1] - g[i];
             }
-platform::HostVector<u64> offsets(offsetBytes / sizeof(u64));
+            platform::HostVector<u64> offsets(offsetBytes / sizeof(u64));
             for (u64 c = 0; c < cornerCount; ++c) {
                 u64 o = 0;
                 for (u64 k = 0; k < d; ++k)
@@ -64,18 +64,36 @@ platform::HostVector<u64> offsets(offsetBytes / sizeof(u64));
     }
 
     V kernel(const Pair* p, Buffer& scratch) const noexcept {
-        const u64 d = this->numDims;
-        const V* base = this->values;
-        for (u64 k = 0; k < d; ++k) {
-            if (isNaN(p[k].t)) return engineNaN<V>();
-            base += p[k].offset;
+        // Few dimensions: the same passes with constant trip counts over a stack array.
+        switch (this->numDims) {
+        case 1:
+            return kernelIn<1>(p, nullptr);
+        case 2:
+            return kernelIn<2>(p, nullptr);
+        case 3:
+            return kernelIn<3>(p, nullptr);
+        case 4:
+            return kernelIn<4>(p, nullptr);
+        default:
+            return kernelIn<0>(p, scratch.data());
         }
-        V* s = scratch.data();
-        loadCorners(base, s);
-        const V r = firstPass(p, s);
-        if (!isNaN(r)) return r;
-        loadCorners(base, s);
-        return secondPass(p, s);
+    }
+
+    // Ask for the corners' cache lines ahead of the kernel (results do not depend on it).
+    // Corners c and c + 1 are neighbours in memory: one request per pair, at most four.
+    void prefetch(const Pair* p) const noexcept {
+        u64 o = 0;
+        for (u64 k = 0; k < this->numDims; ++k)
+            o += p[k].offset;
+        const V* base = this->values + o;
+        const u64* co = cornerOffsets.data();
+        const u64 n = cornerCount;
+        prefetchLine(base);
+        if (n >= 4) prefetchLine(base + co[2]);
+        if (n >= 8) {
+            prefetchLine(base + co[4]);
+            prefetchLine(base + co[6]);
+        }
     }
 
     platform::HostVector<platform::HostVector<G>> cellWidths;
@@ -83,16 +101,40 @@ platform::HostVector<u64> offsets(offsetBytes / sizeof(u64));
     u64 cornerCount;                         // 2^d
 
 private:
-    void loadCorners(const V* base, V* s) const noexcept {
+    // A prefetch the optimiser cannot drop (it removes plain prefetch builtins here).
+    static void prefetchLine(const V* q) noexcept {
+#if defined(__x86_64__) || defined(__i386__)
+        asm volatile("prefetcht0 %0" : : "m"(*q));
+#else
+        __builtin_prefetch(q);
+#endif
+    }
+
+    // D > 0: d = D known at compile time, corners on the stack; D = 0: any d, corners in s.
+    template <u64 D>
+    V kernelIn(const Pair* p, V* s) const noexcept {
+        const u64 d = D ? D : this->numDims;
+        const u64 corners = D ? (u64{1} << D) : cornerCount;
+        V local[D ? (u64{1} << D) : 1];
+        if constexpr (D != 0) s = local;
+        const V* base = this->values;
+        for (u64 k = 0; k < d; ++k) {
+            if (isNaN(p[k].t)) return engineNaN<V>();
+            base += p[k].offset;
+        }
         const u64* co = cornerOffsets.data();
-        for (u64 c = 0; c < cornerCount; ++c)
+        for (u64 c = 0; c < corners; ++c)
             s[c] = base[co[c]];
+        const V r = firstPass(p, s, d, corners);
+        if (!isNaN(r)) return r;
+        for (u64 c = 0; c < corners; ++c)
+            s[c] = base[co[c]];
+        return secondPass(p, s, d, corners);
     }
 
     // Pairs (j, j+1) differ in the corner bit of the dimension being reduced.
-    V firstPass(const Pair* p, V* s) const noexcept {
-        u64 m = cornerCount;
-        for (u64 k = 0; k < this->numDims; ++k) {
+    static inline V firstPass(const Pair* p, V* s, u64 d, u64 m) noexcept {
+        for (u64 k = 0; k < d; ++k) {
             const V w = p[k].t;
             const V u = V(1) - w;
             for (u64 j = 0; j < m; j += 2) {
@@ -101,9 +143,9 @@ private:
                 if (a == b) {
                     s[j >> 1] = a;
                 } else {
-                    s[j] = a * u;
-                    s[j + 1] = b * w;
-                    s[j >> 1] = s[j] + s[j + 1];
+                    const V lower = a * u;
+                    const V upper = b * w;
+                    s[j >> 1] = lower + upper;
                 }
             }
             m >>= 1;
@@ -112,9 +154,8 @@ private:
     }
 
     // A weight of exactly zero contributes exactly zero, even against an infinite or NaN value.
-    V secondPass(const Pair* p, V* s) const noexcept {
-        u64 m = cornerCount;
-        for (u64 k = 0; k < this->numDims; ++k) {
+    static inline V secondPass(const Pair* p, V* s, u64 d, u64 m) noexcept {
+        for (u64 k = 0; k < d; ++k) {
             const V w = p[k].t;
             const V u = V(1) - w;
             for (u64 j = 0; j < m; j += 2) {

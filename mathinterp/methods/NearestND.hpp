@@ -27,8 +27,17 @@ public:
     Pair makePair(u64 k, Q xq, u64 i) const noexcept {
         const G x = static_cast<G>(xq);
         const G* g = this->gridVectors[k];
-        const u64 chosen = ((x - g[i]) >= (g[i + 1] - x)) ? i + 1 : i;
+        // Branch-free: on scattered queries the comparison is a coin toss.
+        const u64 chosen = i + static_cast<u64>((x - g[i]) >= (g[i + 1] - x));
         return {chosen * this->strides[k], static_cast<unsigned char>(mathinterp::isNaN(xq))};
+    }
+
+    // Ask for the value's cache line ahead of the kernel (results do not depend on it).
+    void prefetch(const Pair* p) const noexcept {
+        u64 offset = 0;
+        for (u64 k = 0; k < this->numDims; ++k)
+            offset += p[k].offset;
+        __builtin_prefetch(this->values + offset);
     }
 
     V kernel(const Pair* p, Buffer&) const noexcept {

@@ -181,6 +181,7 @@ TYPED_TEST(DriversND, GriddedEqualsScatteredBitForBit) {
     griddedEqualsScattered<G, V, double>({4, 5, 3}, {9, 8, 7});
     griddedEqualsScattered<G, V, float>({4, 5, 3}, {9, 8, 7});
     griddedEqualsScattered<G, V, double>({6, 2}, {60, 50}); // parallel: 3000 points
+    griddedEqualsScattered<G, V, float>({2, 3, 2, 2, 3}, {3, 4, 2, 5, 3}); // general kernel
 }
 
 // Every split of the counter: the reference evaluates each point on its own (serial loops).

@@ -122,6 +122,38 @@ TEST(LinearND, IndexCodedNodesAndMidpoints) {
     EXPECT_SAME_BITS(at1<double>(*lin, {0.25, -1.875, 10.25}), 27.75);
 }
 
+// One to six dimensions (fixed-size and general kernels): index-coded v = sum i_k 10^k on
+// axes {0, 1, 3}; a quarter into the first cell of every axis adds 0.25 * 10^k per axis.
+TEST(LinearND, IndexCodedAnyDimensionCount) {
+    for (u64 d = 1; d <= 6; ++d) {
+        Grid<double, double> g;
+        g.axes.assign(d, {0.0, 1.0, 3.0});
+        g.fill([](const std::vector<u64>& i) {
+            double v = 0, scale = 1;
+            for (u64 k : i) {
+                v += double(k) * scale;
+                scale *= 10;
+            }
+            return v;
+        });
+        // EvaluatorInterp directly, so that d = 1 runs through the N-D code as well.
+        EvaluatorInterp<LinearND<double, double>> lin(g.setup());
+        EvaluatorInterp<NearestND<double, double>> near(g.setup());
+        double quarter = 0, last = 0, ones = 0, scale = 1;
+        for (u64 k = 0; k < d; ++k) {
+            quarter += 0.25 * scale;
+            last += 2 * scale;
+            ones += scale;
+            scale *= 10;
+        }
+        EXPECT_SAME_BITS(at1<double>(lin, std::vector<double>(d, 0.25)), quarter) << d;
+        EXPECT_SAME_BITS(at1<double>(lin, std::vector<double>(d, 3.0)), last) << d;
+        EXPECT_SAME_BITS(at1<double>(near, std::vector<double>(d, 3.0)), last) << d;
+        EXPECT_SAME_BITS(at1<double>(near, std::vector<double>(d, 0.5)), ones)
+            << d; // ties up: every index 1
+    }
+}
+
 TEST(LinearND, LastGridPointGivesLastSlice) {
     auto g = indexCoded();
     // The second-to-last slice of dimension 0 holds infinities: t = 1 must ignore them.
