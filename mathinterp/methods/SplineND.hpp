@@ -310,6 +310,44 @@ void evaluateLines(const V* coef, u64 pieces, u64 lines, const Pair* pairs, u64 
         forEachRange(lines, body, 2, grain);
 }
 
+// Fit `lines` columns (point j of column l at src[j * lines + l]) over `grid` and evaluate
+// each at the m query pairs; result j of column l goes to dst[(l * m + j) * stride]. Columns go
+// in chunks that fit in cache (gathered, fitted, evaluated), so no full-size coefficient array
+// is made; per column the arithmetic is that of the whole-array fit. src and dst must differ.
+template <class V, class G, class Pair>
+void fitAndEvaluateLines(const V* src, u64 lines, const G* grid, u64 n, const Pair* pairs, u64 m,
+                         V* dst, u64 stride) {
+    const u64 width = std::max<u64>(4, (u64{1} << 15) / n);
+    const u64 chunks = (lines + width - 1) / width;
+    struct Body {
+        const V* src;
+        u64 lines, width;
+        const G* grid;
+        u64 n;
+        const Pair* pairs;
+        u64 m;
+        V* dst;
+        u64 stride;
+        void operator()(u64 cb, u64 ce) const {
+            const u64 pieces = n - 1;
+            platform::HostVector<V> in(n * width), coef(4 * pieces * width);
+            for (u64 chunk = cb; chunk < ce; ++chunk) {
+                const u64 a = chunk * width;
+                const u64 w = std::min(width, lines - a);
+                for (u64 j = 0; j < n; ++j)
+                    for (u64 l = 0; l < w; ++l)
+                        in[j * w + l] = src[j * lines + a + l];
+                splineCoefficientsInto<V, G>(coef.data(), in.data(), grid, n, w);
+                evaluateLines(coef.data(), pieces, w, pairs, m, dst + a * m * stride, stride);
+            }
+        }
+    } body{src, lines, width, grid, n, pairs, m, dst, stride};
+    if (chunks == 1)
+        body(0, 1);
+    else
+        forEachRange(chunks, body, 2, 1);
+}
+
 } // namespace detail
 
 template <class G, class V>
@@ -320,51 +358,51 @@ void SplineND<G, V>::evaluateGriddedPlane(const GriddedPairs<Pair>& q, V* out, u
     if (q.total == 0) return;
 
     // Every size first, overflow-checked, before anything is allocated. Pass k (from d-1 down
-    // to 0) works on L_k = n_0 ... n_(k-1) * m_(k+1) ... m_(d-1) lines.
-    u64 largestResult = 0, largestCoef = 0;
-    for (u64 k = d; k-- > 0;) {
+    // to 0) works on L_k = n_0 ... n_(k-1) * m_(k+1) ... m_(d-1) lines and leaves m_k L_k
+    // results; pass 0 leaves the output.
+    auto linesOf = [&](u64 k) {
         u64 lines = 1;
         for (u64 j = 0; j < k; ++j)
             lines = checkedMul(lines, n[j]);
         for (u64 j = k + 1; j < d; ++j)
             lines = checkedMul(lines, m[j]);
+        return lines;
+    };
+    u64 largest = 0;
+    for (u64 k = d; k-- > 0;) {
+        const u64 lines = linesOf(k);
         const u64 result = checkedMul(m[k], lines);
-        const u64 coef = checkedMul(checkedMul(4, n[k] - 1), lines);
-        if (k > 0) largestResult = std::max(largestResult, result); // pass 0 writes out
-        if (k + 1 < d) largestCoef = std::max(largestCoef, coef);   // pass d-1: cached table
+        static_cast<void>(checkedMul(checkedMul(4, n[k] - 1), lines));
+        if (k > 0) largest = std::max(largest, result);
     }
-    static_cast<void>(checkedBytes<V>(largestResult));
-    static_cast<void>(checkedBytes<V>(largestCoef));
+    static_cast<void>(checkedBytes<V>(largest));
 
     prepareIndexTables();
     ensureLastDimTable();
 
-    // Intermediate results live in the caller's output when they fit in this plane's part of
-    // it (stride 1: nothing else is stored there); otherwise in a block of our own.
-    HostBlock<V> resultBlock, coefBlock;
-    V* work = out;
-    if (d > 1 && (stride != 1 || largestResult > q.total)) {
-        resultBlock = allocateHostBlock<V>(largestResult);
-        work = resultBlock.get();
-    }
-    if (largestCoef > 0) coefBlock = allocateHostBlock<V>(largestCoef);
+    // Passes alternate between two buffers and pass 0 writes the output. The output serves as
+    // one of them when it is real (stride 1: nothing else is stored in this plane's part) and
+    // every intermediate fits; the passes of the same parity as pass 0 then write there.
+    const bool inOutput = stride == 1 && largest <= q.total;
+    HostBlock<V> first, second;
+    if (d > 1) first = allocateHostBlock<V>(largest);
+    if (d > 2 && !inOutput) second = allocateHostBlock<V>(largest);
+    auto bufferOf = [&](u64 k) -> V* {
+        if (k == 0) return out;
+        if (k % 2 == 1) return first.get();
+        return inOutput ? out : second.get();
+    };
 
     // Pass d-1: the cached table evaluated at the last dimension's queries.
-    u64 lines = lastDimTable.lines;
-    {
-        const bool last = (d == 1);
-        detail::evaluateLines(lastDimTable.coefficients.get(), lastDimTable.pieces, lines,
-                              q.tables[d - 1], m[d - 1], last ? out : work, last ? stride : 1);
-    }
-    // Passes d-2 .. 0: the intermediate has n_k varying slowest; fit along it, then evaluate.
-    u64 count = m[d - 1] * lines; // elements of the current intermediate
-    for (u64 k = d - 1; k-- > 0;) {
-        lines = count / n[k];
-        splineCoefficientsInto<V, G>(coefBlock.get(), work, this->gridVectors[k], n[k], lines);
-        const bool last = (k == 0);
-        detail::evaluateLines(coefBlock.get(), n[k] - 1, lines, q.tables[k], m[k],
-                              last ? out : work, last ? stride : 1);
-        count = m[k] * lines;
+    const u64 top = d - 1;
+    detail::evaluateLines(lastDimTable.coefficients.get(), lastDimTable.pieces, lastDimTable.lines,
+                          q.tables[top], m[top], bufferOf(top), top == 0 ? stride : 1);
+    // Passes d-2 .. 0: the intermediate has n_k varying slowest; fit along it and evaluate.
+    for (u64 k = top; k-- > 0;) {
+        const V* src = bufferOf(k + 1);
+        const u64 lines = linesOf(k);
+        detail::fitAndEvaluateLines(src, lines, this->gridVectors[k], n[k], q.tables[k], m[k],
+                                    bufferOf(k), k == 0 ? stride : 1);
     }
 }
 
