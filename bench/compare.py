@@ -103,6 +103,74 @@ def rgi_peer(method):
     return build
 
 
+def data_1d_uniform(rng, nq, n=1000):
+    x = np.linspace(0.0, 999.0, n)
+    return {"x": x, "v": np.sin(x / 37.0) + 0.01 * x, "xq": rng.uniform(0.0, 999.0, nq)}
+
+
+def map_coordinates_1d(d):
+    import scipy.ndimage as nd
+
+    coeffs = nd.spline_filter(d["v"], order=3)  # prefiltered once, outside the timing
+    coords = d["xq"][None, :]  # grid spacing 1: indices are coordinates
+    return lambda: nd.map_coordinates(coeffs, coords, order=3, prefilter=False)
+
+
+def data_nd(shape, nq_divisor):
+    """Uniform unit-spaced grids (so map_coordinates indices equal coordinates)."""
+
+    def make(rng, nq):
+        g = tuple(np.arange(n, dtype=float) for n in shape)
+        V = np.ones(shape)
+        for k, gk in enumerate(g):
+            V = V * np.sin(gk / (7.0 + k)).reshape([-1 if j == k else 1 for j in range(len(shape))])
+        m = max(nq // nq_divisor, 1)
+        P = np.column_stack([rng.uniform(0.0, n - 1.0, m) for n in shape])
+        return {"grid": g, "V": V, "P": np.asfortranarray(P)}
+
+    return make
+
+
+def map_coordinates_nd(d):
+    import scipy.ndimage as nd
+
+    coeffs = nd.spline_filter(d["V"], order=3)
+    coords = np.ascontiguousarray(d["P"].T)
+    return lambda: nd.map_coordinates(coeffs, coords, order=3, prefilter=False)
+
+
+def rect_bivariate_ev(d):
+    f = si.RectBivariateSpline(d["grid"][0], d["grid"][1], d["V"])
+    return lambda: f.ev(d["P"][:, 0], d["P"][:, 1])
+
+
+def data_gridded(n, m):
+    def make(rng, nq):
+        g = (np.linspace(0.0, 1.0, n), np.linspace(0.0, 1.0, n))
+        V = np.sin(6 * g[0])[:, None] * np.cos(5 * g[1])[None, :]
+        return {"grid": g, "V": V, "Q": (np.linspace(0.0, 1.0, m), np.linspace(0.0, 1.0, m))}
+
+    return make
+
+
+def mi_gridded(method):
+    def build(d):
+        F = griddedInterpolant(d["grid"], d["V"], method)
+        return lambda: F(d["Q"])
+
+    return build
+
+
+def interpn_gridded(d):
+    XQ = np.stack(np.meshgrid(*d["Q"], indexing="ij"), axis=-1)
+    return lambda: si.interpn(d["grid"], d["V"], XQ, method="linear")
+
+
+def rect_bivariate_grid(d):
+    f = si.RectBivariateSpline(d["grid"][0], d["grid"][1], d["V"])
+    return lambda: f(d["Q"][0], d["Q"][1])
+
+
 CASES = [
     Case("1-D linear", "linear", data_1d, mi_1d("linear"),
          {"numpy.interp": numpy_interp, "scipy interp1d": interp1d_peer("linear")}),
@@ -125,6 +193,29 @@ CASES = [
          {"scipy RegularGrid": rgi_peer("nearest")}, tolerance=np.inf),
     Case("2-D spline", "spline", data_2d, mi_2d("spline"), {}),
     Case("2-D makima", "makima", data_2d, mi_2d("makima"), {}),
+    # The shapes the issue targets are stated for: uniform 1000-point 1-D grids, 1000^2 and
+    # 100^3 grids with a tenth of the queries, 2000^2 gridded output.
+    Case("1-D linear uniform", "linear", data_1d_uniform, mi_1d("linear"),
+         {"numpy.interp": numpy_interp}),
+    Case("1-D cubic uniform", "cubic", data_1d_uniform, mi_1d("cubic"),
+         {"map_coordinates(3)": map_coordinates_1d}, tolerance=np.inf),
+    Case("1-D makima uniform", "makima", data_1d_uniform, mi_1d("makima"),
+         {"scipy Akima (plain)": scipy_object(lambda d: si.Akima1DInterpolator(d["x"], d["v"]))},
+         tolerance=np.inf),
+    Case("2-D linear 1000^2", "linear", data_nd((1000, 1000), 10), mi_2d("linear"),
+         {"scipy RegularGrid": rgi_peer("linear")}),
+    Case("2-D cubic 1000^2", "cubic", data_nd((1000, 1000), 10), mi_2d("cubic"),
+         {"map_coordinates(3)": map_coordinates_nd}, tolerance=np.inf),
+    Case("2-D spline 1000^2", "spline", data_nd((1000, 1000), 10), mi_2d("spline"),
+         {"RectBivariateSpline.ev": rect_bivariate_ev}, tolerance=np.inf),
+    Case("3-D linear 100^3", "linear", data_nd((100, 100, 100), 10), mi_2d("linear"),
+         {"scipy RegularGrid": rgi_peer("linear")}),
+    Case("3-D spline 100^3", "spline", data_nd((100, 100, 100), 10), mi_2d("spline"),
+         {"map_coordinates(3)": map_coordinates_nd}, tolerance=np.inf),
+    Case("2-D linear gridded 2000^2", "linear", data_gridded(300, 2000), mi_gridded("linear"),
+         {"scipy interpn": interpn_gridded}),
+    Case("2-D spline gridded 2000^2", "spline", data_gridded(300, 2000), mi_gridded("spline"),
+         {"RectBivariateSpline": rect_bivariate_grid}, tolerance=1e-9),
 ]
 
 

@@ -224,7 +224,14 @@ void GriddedInterpolant::afterLoadFixup() {
         extrapMethod_ = HostArray::charRow((word == "spline" || word == "pchip") ? word : "none");
     }
     if (values_.isEmpty()) {
-        gridVectors_ = makeDefaultGrid(values_);
+        // Empty values may still have huge extents (0 x 2^31, a few bytes in a saved
+        // record): their grid has no point to interpolate at, so each default grid vector is
+        // empty instead of as long as its extent.
+        const u64 d = values_.isVector2D() ? 1 : values_.numberOfDimensions();
+        const ClassId cls = values_.classId() == ClassId::Single ? ClassId::Single : ClassId::Double;
+        std::vector<HostArray> vecs;
+        for (u64 k = 0; k < d; ++k) vecs.push_back(HostArray::createNumeric({1, 0}, cls));
+        gridVectors_ = makeCell(vecs);
         gridDefaulted_ = true;
     }
     discardEvaluator();

@@ -334,4 +334,14 @@ TEST(Setters, AfterLoadFixup) {
     EXPECT_TRUE(e.gridDefaulted());
     EXPECT_EQ(e.gridVectors().numberOfElements(), 2u);
     EXPECT_EQ(evalId(e, {HostArray::scalar(1)}), gi("DegenerateGridErrId"));
+
+    // A few bytes of saved record must not make it allocate gigabytes: empty values of huge
+    // extent (0 x 2^31) get empty default grid vectors.
+    GriddedInterpolant huge;
+    huge.setValues(HostArray::createNumeric({0, std::uint64_t{1} << 31}, platform::ClassId::Single));
+    huge.afterLoadFixup();
+    ASSERT_EQ(huge.gridVectors().numberOfElements(), 2u);
+    EXPECT_EQ(huge.gridVectors().getCell(1).numberOfElements(), 0u);
+    EXPECT_EQ(huge.gridVectors().getCell(1).classId(), platform::ClassId::Single);
+    EXPECT_EQ(evalId(huge, {HostArray::scalar(1)}), gi("DegenerateGridErrId"));
 }
