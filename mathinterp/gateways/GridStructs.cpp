@@ -5,6 +5,7 @@
 // output struct arrays shaped like the query grid. "boundary" extrapolation clamps a deep copy
 // of the queries to the grid, so the caller's arrays are never touched.
 #include "mathinterp/ModuleExports.hpp"
+#include "mathinterp/core/Parallel.hpp"
 #include "mathinterp/interpolant/EvaluatorFactory.hpp"
 #include "mathinterp/interpolant/GridValidation.hpp"
 #include "mathinterp/interpolant/Identifiers.hpp"
@@ -15,6 +16,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -104,27 +106,85 @@ struct Problem {
     MethodId extrap = MethodId::Linear;
 };
 
+// Writes the results of `count` consecutive query points, the first being output point q0,
+// into field f of their output elements: element k of point q comes from r (plane-major over
+// the count points) and goes to the slice of `block` that becomes point q's array. Runs in
+// parallel tiles of points, each tile a small transpose plus one batch of array records.
+template <class G>
+struct ScatterBody {
+    static constexpr ClassId cls = sizeof(G) == 8 ? ClassId::Double : ClassId::Single;
+    static constexpr u64 kTile = 128;
+    const G* r;
+    u64 count, q0;
+    G* base; // slice of output point 0
+    const std::shared_ptr<void>* block;
+    const FieldInfo* info;
+    HostArray* out;
+    u64 f;
+
+    void operator()(u64 b, u64 end) const {
+        const u64 e = info->numel;
+        const u64 parts = info->complex ? 2 : 1;
+        const u64 per = e * parts;
+        HostArray made[kTile];
+        for (u64 t0 = b; t0 < end; t0 += kTile) {
+            const u64 t1 = std::min(end, t0 + kTile);
+            G* dst0 = base + (q0 + t0) * per;
+            for (u64 k = 0; k < e; ++k)
+                for (u64 c = 0; c < parts; ++c) {
+                    const G* src = r + (k * count + t0) * parts + c;
+                    G* dst = dst0 + k * parts + c;
+                    for (u64 q = 0; q < t1 - t0; ++q)
+                        dst[q * per] = src[q * parts];
+                }
+            // One record batch per tile: the threads never share a reference count.
+            HostArray::wrapNumericBatch(dst0, info->dims, cls, info->complex, *block, t1 - t0,
+                                        made);
+            for (u64 q = t0; q < t1; ++q)
+                out->setField(q0 + q, f, std::move(made[q - t0]));
+        }
+    }
+};
+
+// Query points per evaluation chunk: the chunk's results stay in cache until scattered.
+constexpr u64 kChunkPoints = 8192;
+
 // Interpolates field f of struct array s and writes it into field f of every element of out.
 template <class G>
 void interpolateField(const Problem<G>& p, const HostArray& s, u64 f, const FieldInfo& info,
                       HostArray& out) {
+    constexpr ClassId cls = ScatterBody<G>::cls;
     const u64 e = info.numel;
     const u64 planes = checkedMul(e, info.complex ? 2 : 1);
-    if (planes == 0) return;
+    if (p.total == 0) return;
+    // All output arrays of this field are slices of one block.
+    const u64 bytes = checkedMul(checkedMul(planes, p.total), sizeof(G));
+    // The deleter runs if the control block cannot be allocated.
+    const std::shared_ptr<void> block(platform::hostAllocate(bytes), platform::hostFree);
+    G* const base = static_cast<G*>(block.get());
+    ScatterBody<G> scatter{nullptr, 0, 0, base, &block, &info, &out, f};
+    if (planes == 0) { // empty field arrays: nothing to interpolate
+        scatter.count = p.total;
+        forEachRange(p.total, scatter);
+        return;
+    }
     // Gather: plane k holds part (k < e: real, else imaginary) of element k % e of every
     // grid point; real grid values have imaginary part 0.
     platform::HostVector<G> scratch(checkedMul(planes, p.points));
     for (u64 g = 0; g < p.points; ++g) {
         const HostArray v = s.getField(g, f);
         const G* src = v.data<G>();
-        for (u64 k = 0; k < e; ++k) {
-            if (v.isComplex()) {
+        if (v.isComplex()) {
+            for (u64 k = 0; k < e; ++k) {
                 scratch[k * p.points + g] = src[2 * k];
-                if (info.complex) scratch[(e + k) * p.points + g] = src[2 * k + 1];
-            } else {
-                scratch[k * p.points + g] = src[k];
-                if (info.complex) scratch[(e + k) * p.points + g] = G(0);
+                scratch[(e + k) * p.points + g] = src[2 * k + 1];
             }
+        } else {
+            for (u64 k = 0; k < e; ++k)
+                scratch[k * p.points + g] = src[k];
+            if (info.complex)
+                for (u64 k = 0; k < e; ++k)
+                    scratch[(e + k) * p.points + g] = G(0);
         }
     }
     EvaluatorSetup<G, G> setup;
@@ -135,19 +195,31 @@ void interpolateField(const Problem<G>& p, const HostArray& s, u64 f, const Fiel
     setup.numPlanes = planes;
     // The N-D methods serve every dimension count here, one as well.
     auto ev = makeEvaluatorND<G, G>(p.method, p.extrap, setup);
-    constexpr ClassId cls = sizeof(G) == 8 ? ClassId::Double : ClassId::Single;
-    HostArray results = HostArray::createUninitialisedNumeric({p.total, e}, cls, info.complex);
-    ev->evaluateGridded(p.queryCell, results);
-    // Scatter: result of element k at query q goes to element k of field f of output q.
-    const G* r = results.data<G>();
-    const u64 parts = info.complex ? 2 : 1;
-    for (u64 q = 0; q < p.total; ++q) {
-        HostArray a = HostArray::createUninitialisedNumeric(info.dims, cls, info.complex);
-        G* dst = a.data<G>();
-        for (u64 k = 0; k < e; ++k)
-            for (u64 c = 0; c < parts; ++c)
-                dst[k * parts + c] = r[(k * p.total + q) * parts + c];
-        out.setField(q, f, std::move(a));
+
+    // Evaluate in chunks of whole columns of the last query dimension (consecutive output
+    // points), each into one cache-sized results buffer that is then scattered.
+    const u64 last = p.d - 1;
+    const HostArray lastVector = p.queryCell.getCell(last);
+    const G* lastCoords = lastVector.data<G>();
+    const u64 inner = p.total / lastVector.numberOfElements();
+    const u64 columns = std::max<u64>(1, kChunkPoints / inner);
+    platform::HostVector<G> results(
+        checkedMul(checkedMul(std::min(columns, lastVector.numberOfElements()), inner), planes));
+    HostArray chunkQueries = HostArray::createCell(1, p.d);
+    for (u64 k = 0; k < last; ++k)
+        chunkQueries.setCell(k, p.queryCell.getCell(k));
+    for (u64 j0 = 0; j0 < lastVector.numberOfElements(); j0 += columns) {
+        const u64 n = std::min(columns, lastVector.numberOfElements() - j0);
+        // Views: the caller's coordinates and the results buffer outlive both.
+        chunkQueries.setCell(last, HostArray::wrapNumeric(const_cast<G*>(lastCoords + j0),
+                                                          {1, n}, cls, false, nullptr, true));
+        HostArray chunkResults =
+            HostArray::wrapNumeric(results.data(), {n * inner, e}, cls, info.complex, nullptr);
+        ev->evaluateGridded(chunkQueries, chunkResults);
+        scatter.r = results.data();
+        scatter.count = n * inner;
+        scatter.q0 = j0 * inner;
+        forEachRange(scatter.count, scatter);
     }
 }
 

@@ -12,6 +12,16 @@ struct BufferDeleter {
     void operator()(void* p) const noexcept { hostFree(p); }
 };
 
+// What only cells, structs, text and objects hold: numeric arrays (many small ones, for a
+// grid of structs) carry a null pointer instead.
+struct ArrayExtra {
+    std::vector<HostArray> items; // cell elements, or struct values (element-major)
+    std::vector<std::string> fields;
+    std::u16string chars;
+    std::vector<std::optional<std::string>> strings;
+    std::shared_ptr<ObjectValue> object;
+};
+
 struct ArrayData {
     ClassId cls = ClassId::Double;
     bool complex = false;
@@ -23,14 +33,11 @@ struct ArrayData {
     void* data = nullptr;
     std::unique_ptr<void, BufferDeleter> owned;
     std::shared_ptr<const void> owner;
-    // cell / struct
-    std::vector<HostArray> items; // cell elements, or struct values (element-major)
-    std::vector<std::string> fields;
-    // text
-    std::u16string chars;
-    std::vector<std::optional<std::string>> strings;
-    // object
-    std::shared_ptr<ObjectValue> object;
+    std::unique_ptr<ArrayExtra> extra;
+    ArrayExtra& x() {
+        if (!extra) extra = std::make_unique<ArrayExtra>();
+        return *extra;
+    }
 };
 
 namespace {
@@ -144,6 +151,35 @@ HostArray HostArray::wrapNumeric(void* data, Dims dims, ClassId cls, bool comple
     return HostArray(std::move(d));
 }
 
+void HostArray::wrapNumericBatch(void* data, const Dims& dims, ClassId cls, bool complex,
+                                 std::shared_ptr<const void> owner, std::uint64_t count,
+                                 HostArray* out) {
+    if (!isNumericClass(cls)) throw std::invalid_argument("wrapNumeric: not a numeric class");
+    if (count == 0) return;
+    struct Batch {
+        std::shared_ptr<const void> owner;
+        std::vector<ArrayData> records;
+    };
+    auto batch = std::make_shared<Batch>();
+    batch->owner = std::move(owner);
+    batch->records.resize(count);
+    const Dims shape = normaliseDims(dims);
+    const std::uint64_t numel = checkedElementCount(shape);
+    const std::size_t slice = numel * elementSize(cls) * (complex ? 2 : 1);
+    auto* bytes = static_cast<unsigned char*>(data);
+    for (std::uint64_t i = 0; i < count; ++i) {
+        ArrayData& d = batch->records[i];
+        d.cls = cls;
+        d.dims = shape;
+        d.numel = numel;
+        d.complex = complex;
+        d.data = bytes + i * slice;
+    }
+    // Handles are made only after every allocation succeeded: nothing half-built escapes.
+    for (std::uint64_t i = 0; i < count; ++i)
+        out[i] = HostArray(std::shared_ptr<ArrayData>(batch, &batch->records[i]));
+}
+
 HostArray HostArray::scalar(double v) { return fromDoubles({1, 1}, {v}); }
 
 HostArray HostArray::scalarSingle(float v) { return fromSingles({1, 1}, {v}); }
@@ -190,7 +226,7 @@ HostArray HostArray::createCell(std::uint64_t rows, std::uint64_t cols) {
 
 HostArray HostArray::createCell(Dims dims) {
     auto d = makeData(ClassId::Cell, std::move(dims));
-    d->items.resize(d->numel);
+    d->x().items.resize(d->numel);
     return HostArray(std::move(d));
 }
 
@@ -203,9 +239,9 @@ HostArray HostArray::cellOf(std::initializer_list<HostArray> items) {
 
 HostArray HostArray::createStruct(Dims dims, std::vector<std::string> fieldNames) {
     auto d = makeData(ClassId::Struct, std::move(dims));
-    d->fields = std::move(fieldNames);
-    const std::uint64_t n = checkedElementCount({d->numel, d->fields.size()});
-    d->items.resize(n);
+    d->x().fields = std::move(fieldNames);
+    const std::uint64_t n = checkedElementCount({d->numel, d->x().fields.size()});
+    d->x().items.resize(n);
     return HostArray(std::move(d));
 }
 
@@ -245,8 +281,8 @@ HostArray HostArray::charRow(std::string_view utf8) {
 HostArray HostArray::createChar(Dims dims, std::u16string utf16) {
     auto d = makeData(ClassId::Char, std::move(dims));
     if (d->numel != utf16.size()) throw std::invalid_argument("createChar: size");
-    d->chars = std::move(utf16);
-    d->data = d->chars.data();
+    d->x().chars = std::move(utf16);
+    d->data = d->x().chars.data();
     return HostArray(std::move(d));
 }
 
@@ -259,13 +295,13 @@ HostArray HostArray::missingString() { return createString({1, 1}, {std::nullopt
 HostArray HostArray::createString(Dims dims, std::vector<std::optional<std::string>> items) {
     auto d = makeData(ClassId::String, std::move(dims));
     if (d->numel != items.size()) throw std::invalid_argument("createString: size");
-    d->strings = std::move(items);
+    d->x().strings = std::move(items);
     return HostArray(std::move(d));
 }
 
 HostArray HostArray::object(std::shared_ptr<ObjectValue> value) {
     auto d = makeData(ClassId::Object, {1, 1});
-    d->object = std::move(value);
+    d->x().object = std::move(value);
     return HostArray(std::move(d));
 }
 
@@ -277,9 +313,8 @@ HostArray HostArray::deepCopy() const {
     d->sparse = data_->sparse;
     d->dims = data_->dims;
     d->numel = data_->numel;
-    d->fields = data_->fields;
-    d->strings = data_->strings;
-    d->object = data_->object;
+    if (data_->extra) d->extra = std::make_unique<ArrayExtra>(ArrayExtra{
+                          {}, data_->extra->fields, {}, data_->extra->strings, data_->extra->object});
     if (isNumericClass(d->cls)) {
         const std::size_t bytes = static_cast<std::size_t>(d->numel) * elementBytes();
         void* p = hostMalloc(bytes);
@@ -288,11 +323,13 @@ HostArray HostArray::deepCopy() const {
         d->owned.reset(p);
         d->data = p;
     } else if (d->cls == ClassId::Char) {
-        d->chars = data_->chars;
-        d->data = d->chars.data();
+        d->x().chars = data_->x().chars;
+        d->data = d->x().chars.data();
     }
-    d->items.reserve(data_->items.size());
-    for (const HostArray& a : data_->items) d->items.push_back(a.deepCopy());
+    if (data_->extra && !data_->extra->items.empty()) {
+        d->x().items.reserve(data_->extra->items.size());
+        for (const HostArray& a : data_->extra->items) d->x().items.push_back(a.deepCopy());
+    }
     return HostArray(std::move(d));
 }
 
@@ -371,18 +408,18 @@ double HostArray::imagAt(std::uint64_t k) const {
 // ---- cells and structs -------------------------------------------------------------------
 
 HostArray HostArray::getCell(std::uint64_t k) const {
-    if (!isCell() || k >= data_->items.size()) throw std::out_of_range("getCell");
-    return data_->items[k];
+    if (!isCell() || k >= data_->x().items.size()) throw std::out_of_range("getCell");
+    return data_->x().items[k];
 }
 
 void HostArray::setCell(std::uint64_t k, HostArray a) {
-    if (!isCell() || k >= data_->items.size()) throw std::out_of_range("setCell");
-    data_->items[k] = std::move(a);
+    if (!isCell() || k >= data_->x().items.size()) throw std::out_of_range("setCell");
+    data_->x().items[k] = std::move(a);
 }
 
 const std::vector<std::string>& HostArray::fieldNames() const {
     if (!isStruct()) throw std::invalid_argument("fieldNames: not a struct");
-    return data_->fields;
+    return data_->x().fields;
 }
 
 std::uint64_t HostArray::numberOfFields() const { return fieldNames().size(); }
@@ -397,7 +434,7 @@ std::optional<std::uint64_t> HostArray::fieldIndex(std::string_view name) const 
 HostArray HostArray::getField(std::uint64_t element, std::uint64_t field) const {
     const std::uint64_t nf = numberOfFields();
     if (element >= data_->numel || field >= nf) throw std::out_of_range("getField");
-    return data_->items[element * nf + field];
+    return data_->x().items[element * nf + field];
 }
 
 HostArray HostArray::getField(std::uint64_t element, std::string_view name) const {
@@ -409,22 +446,22 @@ HostArray HostArray::getField(std::uint64_t element, std::string_view name) cons
 void HostArray::setField(std::uint64_t element, std::uint64_t field, HostArray a) {
     const std::uint64_t nf = numberOfFields();
     if (element >= data_->numel || field >= nf) throw std::out_of_range("setField");
-    data_->items[element * nf + field] = std::move(a);
+    data_->x().items[element * nf + field] = std::move(a);
 }
 
 const std::u16string& HostArray::charData() const {
     if (!isChar()) throw std::invalid_argument("charData: not a char array");
-    return data_->chars;
+    return data_->x().chars;
 }
 
 const std::optional<std::string>& HostArray::stringAt(std::uint64_t k) const {
-    if (!isStringObject() || k >= data_->strings.size()) throw std::out_of_range("stringAt");
-    return data_->strings[k];
+    if (!isStringObject() || k >= data_->x().strings.size()) throw std::out_of_range("stringAt");
+    return data_->x().strings[k];
 }
 
 std::shared_ptr<ObjectValue> HostArray::objectValue() const {
     if (!isObject()) throw std::invalid_argument("objectValue: not an object");
-    return data_->object;
+    return data_->x().object;
 }
 
 } // namespace platform

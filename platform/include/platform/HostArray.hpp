@@ -68,6 +68,13 @@ public:
     // any handle to the array exists. Complex data are interleaved (re, im, re, ...).
     static HostArray wrapNumeric(void* data, Dims dims, ClassId cls, bool complex,
                                  std::shared_ptr<const void> owner, bool readOnly = false);
+    // `count` arrays like wrapNumeric's, array i over the slice of `data` that starts at
+    // i * (bytes of one array), written to out[0..count). Their records share one allocation
+    // (each array still owns its dimension vector), so many small arrays cost little; the
+    // records and `owner` live until the last of the arrays is gone.
+    static void wrapNumericBatch(void* data, const Dims& dims, ClassId cls, bool complex,
+                                 std::shared_ptr<const void> owner, std::uint64_t count,
+                                 HostArray* out);
     static HostArray scalar(double v);
     static HostArray scalarSingle(float v);
     // Convenience: a double row (1 x n) or column (n x 1) holding the given values.
