@@ -80,10 +80,10 @@ struct FieldInfo {
 
 FieldInfo checkField(const HostArray& s, u64 field, ClassId gridClass) {
     const u64 points = s.numberOfElements();
-    const HostArray r = s.getField(0, field);
+    const HostArray& r = s.getField(0, field);
     FieldInfo info;
     for (u64 g = 0; g < points; ++g) {
-        const HostArray v = s.getField(g, field);
+        const HostArray& v = s.getField(g, field);
         if (!v || !v.isNumeric() || v.classId() != gridClass || v.isSparse() ||
             v.numberOfElements() != r.numberOfElements())
             HostError::raiseText(kFieldMessage);
@@ -147,7 +147,7 @@ struct ScatterBody {
 };
 
 // Query points per evaluation chunk: the chunk's results stay in cache until scattered.
-constexpr u64 kChunkPoints = 8192;
+constexpr u64 kChunkPoints = 32768;
 
 // Interpolates field f of struct array s and writes it into field f of every element of out.
 template <class G>
@@ -171,22 +171,31 @@ void interpolateField(const Problem<G>& p, const HostArray& s, u64 f, const Fiel
     // Gather: plane k holds part (k < e: real, else imaginary) of element k % e of every
     // grid point; real grid values have imaginary part 0.
     platform::HostVector<G> scratch(checkedMul(planes, p.points));
-    for (u64 g = 0; g < p.points; ++g) {
-        const HostArray v = s.getField(g, f);
-        const G* src = v.data<G>();
-        if (v.isComplex()) {
-            for (u64 k = 0; k < e; ++k) {
-                scratch[k * p.points + g] = src[2 * k];
-                scratch[(e + k) * p.points + g] = src[2 * k + 1];
+    struct GatherBody {
+        const HostArray* s;
+        G* scratch;
+        u64 points, f, e;
+        bool complex;
+        void operator()(u64 b, u64 end) const {
+            for (u64 g = b; g < end; ++g) {
+                const HostArray& v = s->getField(g, f);
+                const G* src = v.data<G>();
+                if (v.isComplex()) {
+                    for (u64 k = 0; k < e; ++k) {
+                        scratch[k * points + g] = src[2 * k];
+                        scratch[(e + k) * points + g] = src[2 * k + 1];
+                    }
+                } else {
+                    for (u64 k = 0; k < e; ++k)
+                        scratch[k * points + g] = src[k];
+                    if (complex)
+                        for (u64 k = 0; k < e; ++k)
+                            scratch[(e + k) * points + g] = G(0);
+                }
             }
-        } else {
-            for (u64 k = 0; k < e; ++k)
-                scratch[k * p.points + g] = src[k];
-            if (info.complex)
-                for (u64 k = 0; k < e; ++k)
-                    scratch[(e + k) * p.points + g] = G(0);
         }
-    }
+    } gather{&s, scratch.data(), p.points, f, e, info.complex};
+    forEachRange(p.points, gather);
     EvaluatorSetup<G, G> setup;
     setup.grids = p.grids;
     setup.sizes = p.sizes;

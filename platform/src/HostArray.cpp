@@ -431,7 +431,7 @@ std::optional<std::uint64_t> HostArray::fieldIndex(std::string_view name) const 
     return std::nullopt;
 }
 
-HostArray HostArray::getField(std::uint64_t element, std::uint64_t field) const {
+const HostArray& HostArray::getField(std::uint64_t element, std::uint64_t field) const {
     const std::uint64_t nf = numberOfFields();
     if (element >= data_->numel || field >= nf) throw std::out_of_range("getField");
     return data_->x().items[element * nf + field];

@@ -149,7 +149,8 @@ public:
     const std::vector<std::string>& fieldNames() const;
     std::uint64_t numberOfFields() const;
     std::optional<std::uint64_t> fieldIndex(std::string_view name) const;
-    HostArray getField(std::uint64_t element, std::uint64_t field) const;
+    // A reference into the struct array: valid while the struct array and that field live.
+    const HostArray& getField(std::uint64_t element, std::uint64_t field) const;
     HostArray getField(std::uint64_t element, std::string_view name) const;
     void setField(std::uint64_t element, std::uint64_t field, HostArray a);
 
