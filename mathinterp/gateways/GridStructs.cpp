@@ -220,8 +220,8 @@ void interpolateField(const Problem<G>& p, const HostArray& s, u64 f, const Fiel
     for (u64 j0 = 0; j0 < lastVector.numberOfElements(); j0 += columns) {
         const u64 n = std::min(columns, lastVector.numberOfElements() - j0);
         // Views: the caller's coordinates and the results buffer outlive both.
-        chunkQueries.setCell(last, HostArray::wrapNumeric(const_cast<G*>(lastCoords + j0),
-                                                          {1, n}, cls, false, nullptr, true));
+        chunkQueries.setCell(last, HostArray::wrapNumeric(const_cast<G*>(lastCoords + j0), {1, n},
+                                                          cls, false, nullptr, true));
         HostArray chunkResults =
             HostArray::wrapNumeric(results.data(), {n * inner, e}, cls, info.complex, nullptr);
         ev->evaluateGridded(chunkQueries, chunkResults);
