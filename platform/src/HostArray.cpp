@@ -34,9 +34,15 @@ struct ArrayData {
     std::unique_ptr<void, BufferDeleter> owned;
     std::shared_ptr<const void> owner;
     std::unique_ptr<ArrayExtra> extra;
+    // For writers: made on first use.
     ArrayExtra& x() {
         if (!extra) extra = std::make_unique<ArrayExtra>();
         return *extra;
+    }
+    // For readers: never allocates, so concurrent readers never write.
+    const ArrayExtra& ext() const {
+        static const ArrayExtra empty;
+        return extra ? *extra : empty;
     }
 };
 
@@ -44,8 +50,7 @@ namespace {
 Dims normaliseDims(Dims dims) {
     if (dims.empty()) dims = {0, 0};
     if (dims.size() == 1) dims.push_back(1);
-    while (dims.size() > 2 && dims.back() == 1)
-        dims.pop_back();
+    while (dims.size() > 2 && dims.back() == 1) dims.pop_back();
     return dims;
 }
 
@@ -102,40 +107,23 @@ bool isNumericClass(ClassId cls) noexcept {
 
 const char* className(ClassId cls) noexcept {
     switch (cls) {
-    case ClassId::Cell:
-        return "cell";
-    case ClassId::Struct:
-        return "struct";
-    case ClassId::Logical:
-        return "logical";
-    case ClassId::Char:
-        return "char";
-    case ClassId::Double:
-        return "double";
-    case ClassId::Single:
-        return "single";
-    case ClassId::Int8:
-        return "int8";
-    case ClassId::UInt8:
-        return "uint8";
-    case ClassId::Int16:
-        return "int16";
-    case ClassId::UInt16:
-        return "uint16";
-    case ClassId::Int32:
-        return "int32";
-    case ClassId::UInt32:
-        return "uint32";
-    case ClassId::Int64:
-        return "int64";
-    case ClassId::UInt64:
-        return "uint64";
-    case ClassId::String:
-        return "string";
-    case ClassId::Object:
-        return "object";
-    default:
-        return "unknown";
+    case ClassId::Cell: return "cell";
+    case ClassId::Struct: return "struct";
+    case ClassId::Logical: return "logical";
+    case ClassId::Char: return "char";
+    case ClassId::Double: return "double";
+    case ClassId::Single: return "single";
+    case ClassId::Int8: return "int8";
+    case ClassId::UInt8: return "uint8";
+    case ClassId::Int16: return "int16";
+    case ClassId::UInt16: return "uint16";
+    case ClassId::Int32: return "int32";
+    case ClassId::UInt32: return "uint32";
+    case ClassId::Int64: return "int64";
+    case ClassId::UInt64: return "uint64";
+    case ClassId::String: return "string";
+    case ClassId::Object: return "object";
+    default: return "unknown";
     }
 }
 
@@ -198,13 +186,9 @@ void HostArray::wrapNumericBatch(void* data, const Dims& dims, ClassId cls, bool
         out[i] = HostArray(std::shared_ptr<ArrayData>(batch, &batch->records[i]));
 }
 
-HostArray HostArray::scalar(double v) {
-    return fromDoubles({1, 1}, {v});
-}
+HostArray HostArray::scalar(double v) { return fromDoubles({1, 1}, {v}); }
 
-HostArray HostArray::scalarSingle(float v) {
-    return fromSingles({1, 1}, {v});
-}
+HostArray HostArray::scalarSingle(float v) { return fromSingles({1, 1}, {v}); }
 
 HostArray HostArray::rowVector(const std::vector<double>& v) {
     return fromDoubles({1, v.size()}, v);
@@ -255,8 +239,7 @@ HostArray HostArray::createCell(Dims dims) {
 HostArray HostArray::cellOf(std::initializer_list<HostArray> items) {
     HostArray c = createCell(1, items.size());
     std::uint64_t k = 0;
-    for (const HostArray& a : items)
-        c.setCell(k++, a);
+    for (const HostArray& a : items) c.setCell(k++, a);
     return c;
 }
 
@@ -313,9 +296,7 @@ HostArray HostArray::stringScalar(std::string_view utf8) {
     return createString({1, 1}, {std::string(utf8)});
 }
 
-HostArray HostArray::missingString() {
-    return createString({1, 1}, {std::nullopt});
-}
+HostArray HostArray::missingString() { return createString({1, 1}, {std::nullopt}); }
 
 HostArray HostArray::createString(Dims dims, std::vector<std::optional<std::string>> items) {
     auto d = makeData(ClassId::String, std::move(dims));
@@ -349,43 +330,31 @@ HostArray HostArray::deepCopy() const {
         d->owned.reset(p);
         d->data = p;
     } else if (d->cls == ClassId::Char) {
-        d->x().chars = data_->x().chars;
+        d->x().chars = data_->ext().chars;
         d->data = d->x().chars.data();
     }
-    if (data_->extra && !data_->extra->items.empty()) {
-        d->x().items.reserve(data_->extra->items.size());
-        for (const HostArray& a : data_->extra->items)
-            d->x().items.push_back(a.deepCopy());
+    const std::vector<HostArray>& items = data_->ext().items;
+    if (!items.empty()) {
+        d->x().items.reserve(items.size());
+        for (const HostArray& a : items) d->x().items.push_back(a.deepCopy());
     }
     return HostArray(std::move(d));
 }
 
 // ---- inspection --------------------------------------------------------------------------
 
-ClassId HostArray::classId() const noexcept {
-    return data_ ? data_->cls : ClassId::Unknown;
-}
-bool HostArray::isSparse() const noexcept {
-    return data_ && data_->sparse;
-}
-bool HostArray::isComplex() const noexcept {
-    return data_ && data_->complex;
-}
-bool HostArray::isEmpty() const noexcept {
-    return !data_ || data_->numel == 0;
-}
-bool HostArray::isNumeric() const noexcept {
-    return data_ && isNumericClass(data_->cls);
-}
+ClassId HostArray::classId() const noexcept { return data_ ? data_->cls : ClassId::Unknown; }
+bool HostArray::isSparse() const noexcept { return data_ && data_->sparse; }
+bool HostArray::isComplex() const noexcept { return data_ && data_->complex; }
+bool HostArray::isEmpty() const noexcept { return !data_ || data_->numel == 0; }
+bool HostArray::isNumeric() const noexcept { return data_ && isNumericClass(data_->cls); }
 bool HostArray::isFloat() const noexcept {
     return data_ && (data_->cls == ClassId::Double || data_->cls == ClassId::Single);
 }
 bool HostArray::isVector2D() const noexcept {
     return data_ && data_->dims.size() == 2 && (data_->dims[0] == 1 || data_->dims[1] == 1);
 }
-bool HostArray::isReadOnly() const noexcept {
-    return data_ && data_->readOnly;
-}
+bool HostArray::isReadOnly() const noexcept { return data_ && data_->readOnly; }
 
 std::uint64_t HostArray::numberOfDimensions() const noexcept {
     return data_ ? data_->dims.size() : 2;
@@ -401,13 +370,9 @@ std::uint64_t HostArray::dimension(std::uint64_t k) const noexcept {
     return k < d.size() ? d[k] : 1;
 }
 
-std::uint64_t HostArray::numberOfElements() const noexcept {
-    return data_ ? data_->numel : 0;
-}
+std::uint64_t HostArray::numberOfElements() const noexcept { return data_ ? data_->numel : 0; }
 
-void* HostArray::rawData() const noexcept {
-    return data_ ? data_->data : nullptr;
-}
+void* HostArray::rawData() const noexcept { return data_ ? data_->data : nullptr; }
 
 std::size_t HostArray::elementBytes() const noexcept {
     return data_ ? elementSize(data_->cls) * (data_->complex ? 2 : 1) : 0;
@@ -421,30 +386,19 @@ void HostArray::setSparse(bool sparse) {
 namespace {
 double readAs(ClassId cls, const void* p, std::uint64_t k) {
     switch (cls) {
-    case ClassId::Double:
-        return static_cast<const double*>(p)[k];
-    case ClassId::Single:
-        return static_cast<const float*>(p)[k];
-    case ClassId::Int8:
-        return static_cast<const std::int8_t*>(p)[k];
+    case ClassId::Double: return static_cast<const double*>(p)[k];
+    case ClassId::Single: return static_cast<const float*>(p)[k];
+    case ClassId::Int8: return static_cast<const std::int8_t*>(p)[k];
     case ClassId::UInt8:
-    case ClassId::Logical:
-        return static_cast<const std::uint8_t*>(p)[k];
-    case ClassId::Int16:
-        return static_cast<const std::int16_t*>(p)[k];
+    case ClassId::Logical: return static_cast<const std::uint8_t*>(p)[k];
+    case ClassId::Int16: return static_cast<const std::int16_t*>(p)[k];
     case ClassId::UInt16:
-    case ClassId::Char:
-        return static_cast<const std::uint16_t*>(p)[k];
-    case ClassId::Int32:
-        return static_cast<const std::int32_t*>(p)[k];
-    case ClassId::UInt32:
-        return static_cast<const std::uint32_t*>(p)[k];
-    case ClassId::Int64:
-        return static_cast<double>(static_cast<const std::int64_t*>(p)[k]);
-    case ClassId::UInt64:
-        return static_cast<double>(static_cast<const std::uint64_t*>(p)[k]);
-    default:
-        throw std::invalid_argument("realAt: not numeric");
+    case ClassId::Char: return static_cast<const std::uint16_t*>(p)[k];
+    case ClassId::Int32: return static_cast<const std::int32_t*>(p)[k];
+    case ClassId::UInt32: return static_cast<const std::uint32_t*>(p)[k];
+    case ClassId::Int64: return static_cast<double>(static_cast<const std::int64_t*>(p)[k]);
+    case ClassId::UInt64: return static_cast<double>(static_cast<const std::uint64_t*>(p)[k]);
+    default: throw std::invalid_argument("realAt: not numeric");
     }
 }
 } // namespace
@@ -462,23 +416,21 @@ double HostArray::imagAt(std::uint64_t k) const {
 // ---- cells and structs -------------------------------------------------------------------
 
 HostArray HostArray::getCell(std::uint64_t k) const {
-    if (!isCell() || k >= data_->x().items.size()) throw std::out_of_range("getCell");
-    return data_->x().items[k];
+    if (!isCell() || k >= data_->ext().items.size()) throw std::out_of_range("getCell");
+    return data_->ext().items[k];
 }
 
 void HostArray::setCell(std::uint64_t k, HostArray a) {
-    if (!isCell() || k >= data_->x().items.size()) throw std::out_of_range("setCell");
+    if (!isCell() || k >= data_->ext().items.size()) throw std::out_of_range("setCell");
     data_->x().items[k] = std::move(a);
 }
 
 const std::vector<std::string>& HostArray::fieldNames() const {
     if (!isStruct()) throw std::invalid_argument("fieldNames: not a struct");
-    return data_->x().fields;
+    return data_->ext().fields;
 }
 
-std::uint64_t HostArray::numberOfFields() const {
-    return fieldNames().size();
-}
+std::uint64_t HostArray::numberOfFields() const { return fieldNames().size(); }
 
 std::optional<std::uint64_t> HostArray::fieldIndex(std::string_view name) const {
     const auto& f = fieldNames();
@@ -490,7 +442,7 @@ std::optional<std::uint64_t> HostArray::fieldIndex(std::string_view name) const 
 const HostArray& HostArray::getField(std::uint64_t element, std::uint64_t field) const {
     const std::uint64_t nf = numberOfFields();
     if (element >= data_->numel || field >= nf) throw std::out_of_range("getField");
-    return data_->x().items[element * nf + field];
+    return data_->ext().items[element * nf + field];
 }
 
 HostArray HostArray::getField(std::uint64_t element, std::string_view name) const {
@@ -507,17 +459,17 @@ void HostArray::setField(std::uint64_t element, std::uint64_t field, HostArray a
 
 const std::u16string& HostArray::charData() const {
     if (!isChar()) throw std::invalid_argument("charData: not a char array");
-    return data_->x().chars;
+    return data_->ext().chars;
 }
 
 const std::optional<std::string>& HostArray::stringAt(std::uint64_t k) const {
-    if (!isStringObject() || k >= data_->x().strings.size()) throw std::out_of_range("stringAt");
-    return data_->x().strings[k];
+    if (!isStringObject() || k >= data_->ext().strings.size()) throw std::out_of_range("stringAt");
+    return data_->ext().strings[k];
 }
 
 std::shared_ptr<ObjectValue> HostArray::objectValue() const {
     if (!isObject()) throw std::invalid_argument("objectValue: not an object");
-    return data_->x().object;
+    return data_->ext().object;
 }
 
 } // namespace platform

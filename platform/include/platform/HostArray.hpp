@@ -91,10 +91,10 @@ public:
 
     static HostArray createStruct(Dims dims, std::vector<std::string> fieldNames);
 
-    static HostArray charRow(std::string_view utf8);              // 1 x n char array
-    static HostArray createChar(Dims dims, std::u16string utf16); // any shape
-    static HostArray stringScalar(std::string_view utf8);         // 1 x 1 string object
-    static HostArray missingString();                             // 1 x 1, missing value
+    static HostArray charRow(std::string_view utf8);                 // 1 x n char array
+    static HostArray createChar(Dims dims, std::u16string utf16);     // any shape
+    static HostArray stringScalar(std::string_view utf8);            // 1 x 1 string object
+    static HostArray missingString();                                // 1 x 1, missing value
     static HostArray createString(Dims dims, std::vector<std::optional<std::string>> items);
 
     static HostArray object(std::shared_ptr<ObjectValue> value); // 1 x 1 class instance
@@ -155,7 +155,7 @@ public:
     void setField(std::uint64_t element, std::uint64_t field, HostArray a);
 
     // ---- text ------------------------------------------------------------------------
-    const std::u16string& charData() const;                            // char arrays
+    const std::u16string& charData() const;                   // char arrays
     const std::optional<std::string>& stringAt(std::uint64_t k) const; // string objects
 
     // ---- objects ---------------------------------------------------------------------
