@@ -14,6 +14,8 @@ namespace platform {
 void* hostMalloc(std::size_t bytes) noexcept;
 void* hostCalloc(std::size_t count, std::size_t size) noexcept;
 void hostFree(void* p) noexcept;
+// Large freed blocks are kept for reuse (a few, up to 512 MB); this returns them to the system.
+void releaseCachedMemory() noexcept;
 
 // Throwing form: std::bad_alloc on failure.
 inline void* hostAllocate(std::size_t bytes) {
