@@ -47,6 +47,18 @@ using PairOf = typename NDParts<M>::Pair;
 // their kernels will read, then the kernels of the block before it.
 inline constexpr u64 SCATTERED_BLOCK = 16;
 
+// Methods with kernels specialised for small dimension counts (kernelFixed<D>, D from 1 to
+// M::maxFixedDims); the scattered loop is then compiled once per such D.
+template <class M>
+concept HasFixedKernel = requires(const M& m, const typename M::Pair* p) {
+    M::maxFixedDims;
+    m.template kernelFixed<2>(p);
+};
+
+// Methods with a packed scattered path for queries of type Q (see LinearND).
+template <class M, class Q>
+concept HasSimdPath = M::template hasSimdPath<Q>; // false when M has no such member
+
 template <class M>
 concept HasPrefetch = requires(const M& m, const typename M::Pair* p) {
     m.prefetch(p);
@@ -148,10 +160,40 @@ struct InterpScatteredQueriesFtorND {
     detail::NDScratchSet<M, NoMethod>* scratch;
 
     void operator()(u64 b, u64 e) const {
+        if constexpr (detail::HasFixedKernel<M>) {
+            static_assert(M::maxFixedDims >= 2 && M::maxFixedDims <= 3);
+            switch (method->numDims) {
+            case 2:
+                return run<2>(b, e);
+            case 3:
+                if constexpr (M::maxFixedDims >= 3) return run<3>(b, e);
+                break;
+            default:
+                break;
+            }
+        }
+        run<0>(b, e);
+    }
+
+    // D > 0: the dimension count, known at compile time; D = 0: any.
+    template <u64 D>
+    void run(u64 b, u64 e) const {
         const M& m = *method;
-        auto& s = scratch->local();
-        const u64 d = m.numDims;
         const Q* const* col = queries->columns.data();
+        if constexpr (D != 0 && detail::HasSimdPath<M, Q>) {
+            if (m.simdUsable()) {
+                auto one = [&](u64 q) {
+                    typename M::Pair p[D];
+                    for (u64 k = 0; k < D; ++k)
+                        p[k] = m.makePair(k, col[k][q], search[k].find(col[k][q]));
+                    return m.template kernelFixed<D>(p);
+                };
+                m.template scatteredSimd<D>(col, b, e, out, stride, one);
+                return;
+            }
+        }
+        auto& s = scratch->local();
+        const u64 d = D ? D : m.numDims;
         // Two blocks of pairs (SCATTERED_BLOCK x d each, point-major): while the kernels of
         // one block run, the values of the next are already on their way.
         typename M::Pair* cur = s.pairsI.data();
@@ -173,8 +215,12 @@ struct InterpScatteredQueriesFtorND {
             const u64 q1 = q0 + n;
             const u64 nn = std::min(detail::SCATTERED_BLOCK, e - q1);
             if (nn) fill(next, q1, nn);
-            for (u64 j = 0; j < n; ++j)
-                out[(q0 + j) * stride] = m.kernel(cur + j * d, s.bufI);
+            for (u64 j = 0; j < n; ++j) {
+                if constexpr (D != 0)
+                    out[(q0 + j) * stride] = m.template kernelFixed<D>(cur + j * d);
+                else
+                    out[(q0 + j) * stride] = m.kernel(cur + j * d, s.bufI);
+            }
             std::swap(cur, next);
             q0 = q1;
             n = nn;

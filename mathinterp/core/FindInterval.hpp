@@ -30,9 +30,10 @@ struct GridAxis {
 
 // The search over one axis for queries of type Q. Comparisons promote: a double query meets
 // single grid points widened to double, a single query is widened on a double grid. The guess
-// is formed in that common type as x / meanSpacing - firstPoint / meanSpacing; the second
-// quotient does not depend on the query, so it is formed once here (the same operation, so
-// the same bits) instead of once per query.
+// is formed in that common type as x * (1 / meanSpacing) - firstPoint * (1 / meanSpacing), the
+// reciprocal and the second product once here. The guess only picks where the comparisons
+// start: the interval found is the one the comparisons admit, whatever the guess, so a product
+// (one cycle) serves as well as a quotient (a dozen, on the critical path of every query).
 template <class G, class Q>
 class IntervalSearch {
 public:
@@ -42,8 +43,8 @@ public:
     explicit IntervalSearch(const Axis& a) noexcept
         : g_(a.gridPoints), last_(a.lastInterval), first_(a.firstPoint), second_(a.secondPoint),
           penultimate_(a.penultimatePoint), lastPoint_(a.gridPoints[a.numPoints - 1]),
-          ms_(static_cast<C>(a.meanSpacing)),
-          firstOverMs_(static_cast<C>(a.firstPoint) / static_cast<C>(a.meanSpacing)) {}
+          invMs_(C(1) / static_cast<C>(a.meanSpacing)),
+          firstOverMs_(static_cast<C>(a.firstPoint) * invMs_) {}
 
     // Interval i in [0, n-2]: x[i] <= x < x[i+1] inside; 0 below x[1] and for NaN; n-2 at
     // or above x[n-2] (so x[n-2] and x[n-1] fall into the last interval).
@@ -67,7 +68,7 @@ private:
             return last_;
         }
         if constexpr (WantRange) *inRange = true;
-        const C q = static_cast<C>(x) / ms_ - firstOverMs_;
+        const C q = static_cast<C>(x) * invMs_ - firstOverMs_;
         // Extreme magnitudes can push the guess outside the grid: clamp before converting.
         u64 j;
         if (!(q > C(0)))
@@ -102,7 +103,7 @@ private:
     const G* g_;
     u64 last_;
     G first_, second_, penultimate_, lastPoint_;
-    C ms_;
+    C invMs_;
     C firstOverMs_;
 };
 

@@ -8,7 +8,11 @@
 #pragma once
 
 #include "mathinterp/core/OnceGuard.hpp"
+#include "mathinterp/methods/LinearNDSimd.hpp"
+
 #include "mathinterp/methods/InterpMethodND.hpp"
+#include <cstdint>
+#include <type_traits>
 
 namespace mathinterp {
 
@@ -51,7 +55,24 @@ public:
             }
             cellWidths.swap(widths);
             cornerOffsets.swap(offsets);
+            prepareSimd();
         });
+    }
+
+    // The packed scattered path: double grid, values and queries, d = 2 or 3, AVX2, and a
+    // value plane small enough for 32-bit offsets.
+    template <class Q>
+    static constexpr bool hasSimdPath =
+        std::is_same_v<G, double>&& std::is_same_v<V, double>&& std::is_same_v<Q, double>;
+    bool simdUsable() const noexcept { return !simdAxes.empty(); }
+
+    // Queries [b, e) of d = D columns; one(q) evaluates query q the scalar way.
+    template <u64 D, class Q, class One>
+    void scatteredSimd(const Q* const* col, u64 b, u64 e, V* out, u64 stride, One&& one) const {
+        if constexpr (hasSimdPath<Q>)
+            simd::linearScattered<static_cast<int>(D)>(simdAxes.data(), this->values,
+                                                       simdCornerOffsets.data(), col, b, e, out,
+                                                       stride, one);
     }
 
     Buffer makeBuffer() const { return Buffer(cornerCount); }
@@ -77,6 +98,14 @@ public:
         default:
             return kernelIn<0>(p, scratch.data());
         }
+    }
+
+    // The kernel for a dimension count known at compile time (the drivers pick it for d up
+    // to maxFixedDims and inline it into their loops); the same passes as kernel().
+    static constexpr u64 maxFixedDims = 3;
+    template <u64 D>
+    [[gnu::always_inline]] V kernelFixed(const Pair* p) const noexcept {
+        return kernelIn<D>(p, nullptr);
     }
 
     // Ask for the corners' cache lines ahead of the kernel (results do not depend on it).
@@ -112,7 +141,7 @@ private:
 
     // D > 0: d = D known at compile time, corners on the stack; D = 0: any d, corners in s.
     template <u64 D>
-    V kernelIn(const Pair* p, V* s) const noexcept {
+    [[gnu::always_inline]] V kernelIn(const Pair* p, V* s) const noexcept {
         const u64 d = D ? D : this->numDims;
         const u64 corners = D ? (u64{1} << D) : cornerCount;
         V local[D ? (u64{1} << D) : 1];
@@ -174,6 +203,37 @@ private:
         return s[0];
     }
 
+    void prepareSimd() {
+        if constexpr (hasSimdPath<double>) {
+            const u64 d = this->numDims;
+            if (!simd::avx2Available() || d < 2 || d > 3) return;
+            u64 total = 1;
+            for (u64 k = 0; k < d; ++k)
+                total *= this->gridSizes[k]; // checked against overflow when stored
+            if (total >= (u64{1} << 31)) return;
+            platform::HostVector<simd::LinearAxis> axes(d);
+            for (u64 k = 0; k < d; ++k) {
+                const G* g = this->gridVectors[k];
+                const u64 n = this->gridSizes[k];
+                simd::LinearAxis& a = axes[k];
+                a.g = g;
+                a.second = g[1];
+                a.penultimate = g[n - 2];
+                a.inv = 1.0 / this->meanSpacing[k];
+                a.firstTimesInv = g[0] * a.inv;
+                a.last = static_cast<std::int32_t>(n - 2);
+                a.stride = static_cast<std::int32_t>(this->strides[k]);
+            }
+            platform::HostVector<std::int32_t> co(cornerCount);
+            for (u64 c = 0; c < cornerCount; ++c)
+                co[c] = static_cast<std::int32_t>(cornerOffsets[c]);
+            simdAxes.swap(axes);
+            simdCornerOffsets.swap(co);
+        }
+    }
+
+    platform::HostVector<simd::LinearAxis> simdAxes; // empty: the packed path is off
+    platform::HostVector<std::int32_t> simdCornerOffsets;
     OnceGuard guard_;
 };
 
