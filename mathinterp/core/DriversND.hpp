@@ -18,6 +18,7 @@
 #include <tbb/enumerable_thread_specific.h>
 
 #include <algorithm>
+#include <concepts>
 #include <memory>
 #include <type_traits>
 #include <utility>
@@ -58,6 +59,13 @@ concept HasFixedKernel = requires(const M& m, const typename M::Pair* p) {
 // Methods with a packed scattered path for queries of type Q (see LinearND).
 template <class M, class Q>
 concept HasSimdPath = M::template hasSimdPath<Q>; // false when M has no such member
+
+// Methods with a whole-plane gridded path for some shapes (see LinearND).
+template <class M>
+concept HasSeparableGridded = requires(const M& m, const GriddedPairs<typename M::Pair>& t,
+                                       typename M::ValueType* out) {
+    { m.evaluateGriddedSeparable(t, out, u64{1}) } -> std::same_as<bool>;
+};
 
 template <class M>
 concept HasPrefetch = requires(const M& m, const typename M::Pair* p) {
@@ -428,6 +436,8 @@ void runGriddedPlaneND(const MI& mi, const ME* me, const GriddedTablesND<MI, ME>
     using G = typename MI::GridType;
     using V = typename MI::ValueType;
     if constexpr (std::is_same_v<ME, NoMethod>) {
+        if constexpr (detail::HasSeparableGridded<MI>)
+            if (mi.evaluateGriddedSeparable(t.view(), out, stride)) return;
         InterpGriddedQueriesFtorND<G, V, MI> f{&mi, t.pairsI(), t.lengths(), t.total(),
                                                out, stride,     &scratch};
         forEachRange(t.total(), f);

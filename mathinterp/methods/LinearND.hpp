@@ -8,9 +8,10 @@
 #pragma once
 
 #include "mathinterp/core/OnceGuard.hpp"
+#include "mathinterp/core/Parallel.hpp"
+#include "mathinterp/methods/InterpMethodND.hpp"
 #include "mathinterp/methods/LinearNDSimd.hpp"
 
-#include "mathinterp/methods/InterpMethodND.hpp"
 #include <cstdint>
 #include <type_traits>
 
@@ -108,6 +109,66 @@ public:
         return kernelIn<D>(p, nullptr);
     }
 
+    // Gridded 2-D output, dimension 0 reduced once per query coordinate and grid column:
+    // every output point of grid cell column j reads the same two dimension-0 reductions (at
+    // grid columns j and j + 1), and the kernel's first step is exactly that reduction, so
+    // forming them once and then reducing along dimension 1 gives the kernel's bits. Points
+    // whose result is NaN get the whole kernel (second pass). Returns false (nothing written)
+    // when the shape does not suit: then the caller runs the per-point loop.
+    bool evaluateGriddedSeparable(const GriddedPairs<Pair>& t, V* out, u64 stride) const {
+        if (this->numDims != 2 || stride != 1) return false;
+        const u64 m0 = t.lengths[0], m1 = t.lengths[1];
+        const u64 n1 = this->gridSizes[1], s1 = this->strides[1];
+        const Pair* p0 = t.tables[0];
+        const Pair* p1 = t.tables[1];
+        // Reductions needed: two grid columns per distinct cell column of the queries.
+        platform::HostVector<u64> slot(n1, ~u64{0});
+        u64 columns = 0;
+        for (u64 q = 0; q < m1; ++q) {
+            if (isNaN(p1[q].t)) return false; // NaN coordinates: the kernel's own rule
+            const u64 j = p1[q].offset / s1;
+            for (u64 c = j; c <= j + 1; ++c)
+                if (slot[c] == ~u64{0}) slot[c] = columns++;
+        }
+        for (u64 r = 0; r < m0; ++r)
+            if (isNaN(p0[r].t)) return false;
+        // Worth it only when reductions are fewer than output points; bounded memory.
+        if (columns >= m1 || columns * m0 > (u64{1} << 23)) return false;
+        platform::HostVector<V> reduced(columns * m0);
+        platform::HostVector<u64> gridColumn(columns);
+        for (u64 c = 0; c < n1; ++c)
+            if (slot[c] != ~u64{0}) gridColumn[slot[c]] = c;
+        const V* plane = this->values;
+        auto reduceColumns = [&](u64 b, u64 e) {
+            for (u64 k = b; k < e; ++k) {
+                const V* col = plane + gridColumn[k] * s1;
+                V* r = reduced.data() + k * m0;
+                for (u64 i = 0; i < m0; ++i)
+                    r[i] = lerp(col[p0[i].offset], col[p0[i].offset + 1], p0[i].t);
+            }
+        };
+        forEachRange(columns, reduceColumns, 2, 1);
+        auto outputColumns = [&](u64 b, u64 e) {
+            for (u64 q = b; q < e; ++q) {
+                const u64 j = p1[q].offset / s1;
+                const V* lo = reduced.data() + slot[j] * m0;
+                const V* hi = reduced.data() + slot[j + 1] * m0;
+                const V w = p1[q].t;
+                V* o = out + q * m0;
+                for (u64 i = 0; i < m0; ++i)
+                    o[i] = lerp(lo[i], hi[i], w);
+                for (u64 i = 0; i < m0; ++i) {
+                    if (isNaN(o[i])) {
+                        const Pair pq[2] = {p0[i], p1[q]};
+                        o[i] = kernelFixed<2>(pq);
+                    }
+                }
+            }
+        };
+        forEachRange(m1, outputColumns, 2, 1);
+        return true;
+    }
+
     // Ask for the corners' cache lines ahead of the kernel (results do not depend on it).
     // Corners c and c + 1 are neighbours in memory: one request per pair, at most four.
     void prefetch(const Pair* p) const noexcept {
@@ -161,22 +222,20 @@ private:
         return secondPass(p, s, d, corners);
     }
 
+    // One step of the first pass: equal values pass through, else (a u) + (b w).
+    [[gnu::always_inline]] static V lerp(V a, V b, V w) noexcept {
+        const V u = V(1) - w;
+        const V lower = a * u;
+        const V upper = b * w;
+        return a == b ? a : lower + upper;
+    }
+
     // Pairs (j, j+1) differ in the corner bit of the dimension being reduced.
     static inline V firstPass(const Pair* p, V* s, u64 d, u64 m) noexcept {
         for (u64 k = 0; k < d; ++k) {
             const V w = p[k].t;
-            const V u = V(1) - w;
-            for (u64 j = 0; j < m; j += 2) {
-                const V a = s[j];
-                const V b = s[j + 1];
-                if (a == b) {
-                    s[j >> 1] = a;
-                } else {
-                    const V lower = a * u;
-                    const V upper = b * w;
-                    s[j >> 1] = lower + upper;
-                }
-            }
+            for (u64 j = 0; j < m; j += 2)
+                s[j >> 1] = lerp(s[j], s[j + 1], w);
             m >>= 1;
         }
         return s[0];
