@@ -60,4 +60,15 @@ inline std::size_t checkedBytes(u64 n) {
     return static_cast<std::size_t>(n) * sizeof(T);
 }
 
+// Ask for the cache line holding p ahead of a kernel that reads it (results do not depend on
+// it). Written as an instruction the optimiser cannot drop: it removes plain prefetch
+// builtins from some query loops.
+inline void prefetchLine(const void* p) noexcept {
+#if defined(__x86_64__) || defined(__i386__)
+    asm volatile("prefetcht0 %0" : : "m"(*static_cast<const char*>(p)));
+#else
+    __builtin_prefetch(p);
+#endif
+}
+
 } // namespace mathinterp

@@ -191,15 +191,6 @@ public:
     u64 cornerCount;                         // 2^d
 
 private:
-    // A prefetch the optimiser cannot drop (it removes plain prefetch builtins here).
-    static void prefetchLine(const V* q) noexcept {
-#if defined(__x86_64__) || defined(__i386__)
-        asm volatile("prefetcht0 %0" : : "m"(*q));
-#else
-        __builtin_prefetch(q);
-#endif
-    }
-
     // D > 0: d = D known at compile time, corners on the stack; D = 0: any d, corners in s.
     template <u64 D>
     [[gnu::always_inline]] V kernelIn(const Pair* p, V* s) const noexcept {

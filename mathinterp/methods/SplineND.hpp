@@ -122,6 +122,19 @@ public:
         return nanAsEngine(r[0]);
     }
 
+    // Ask for the cell's coefficient block ahead of the kernel (results do not depend on it):
+    // 4^d values in a row, so a scattered query misses in cache on every line of it.
+    void prefetch(const Pair* p) const noexcept {
+        const V* cell = coefficientTable.coefficients.get();
+        for (u64 k = 0; k < this->numDims; ++k)
+            cell += p[k].index * coefficientStrides[k];
+        const char* first = reinterpret_cast<const char*>(cell);
+        const char* last = reinterpret_cast<const char*>(cell + (neighbourhoodSize - 1));
+        for (const char* line = first; line <= last; line += 64)
+            prefetchLine(line);
+        prefetchLine(last);
+    }
+
     // A full grid of queries for this plane: results column-major over the query lengths,
     // result j at out[j * stride].
     void evaluateGriddedPlane(const GriddedPairs<Pair>& q, V* out, u64 stride);
