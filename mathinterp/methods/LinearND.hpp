@@ -261,11 +261,11 @@ private:
             for (u64 k = 0; k < d; ++k)
                 total *= this->gridSizes[k]; // checked against overflow when stored
             if (total >= (u64{1} << 31)) return;
-            platform::HostVector<simd::LinearAxis> axes(d);
+            platform::HostVector<simd::SimdAxis> axes(d);
             for (u64 k = 0; k < d; ++k) {
                 const G* g = this->gridVectors[k];
                 const u64 n = this->gridSizes[k];
-                simd::LinearAxis& a = axes[k];
+                simd::SimdAxis& a = axes[k];
                 a.g = g;
                 a.second = g[1];
                 a.penultimate = g[n - 2];
@@ -282,7 +282,7 @@ private:
         }
     }
 
-    platform::HostVector<simd::LinearAxis> simdAxes; // empty: the packed path is off
+    platform::HostVector<simd::SimdAxis> simdAxes; // empty: the packed path is off
     platform::HostVector<std::int32_t> simdCornerOffsets;
     OnceGuard guard_;
 };

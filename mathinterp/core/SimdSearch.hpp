@@ -1,0 +1,102 @@
+// The packed (AVX2) interval search of four double queries at once, shared by the packed
+// scattered kernels of LinearND and CubicND: interval index and cell fraction per lane with
+// exactly the scalar search's and makePair's results (packed IEEE operations, and no fused
+// multiply-add: the target is avx2 without fma). A lane whose guess needs a bisection, or
+// whose query is NaN, is flagged so that its group takes the scalar kernel.
+#pragma once
+
+#include "mathinterp/core/Numeric.hpp"
+
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#define MATHINTERP_SIMD 1
+#include <immintrin.h>
+#endif
+
+#include <cstdint>
+
+namespace mathinterp::simd {
+
+// One dimension as the packed search sees it.
+struct SimdAxis {
+    const double* g = nullptr;
+    double second = 0, penultimate = 0; // g[1], g[n-2]
+    double inv = 0, firstTimesInv = 0;  // guess = x * inv - firstTimesInv
+    std::int32_t last = 0;              // n - 2
+    std::int32_t stride = 0;
+};
+
+#ifdef MATHINTERP_SIMD
+
+inline bool avx2Available() noexcept {
+    static const bool yes = __builtin_cpu_supports("avx2");
+    return yes;
+}
+
+// base[idx[l]] and base[idx[l] + 1] of four lanes as two vectors: four 16-byte loads and a
+// transpose, cheaper than two gathers.
+__attribute__((target("avx2"))) inline void loadPairs(const double* base, __m128i idx, __m256d& lo,
+                                                      __m256d& hi) noexcept {
+    alignas(16) std::int32_t o[4];
+    _mm_store_si128(reinterpret_cast<__m128i*>(o), idx);
+    const __m256d v02 = _mm256_set_m128d(_mm_loadu_pd(base + o[2]), _mm_loadu_pd(base + o[0]));
+    const __m256d v13 = _mm256_set_m128d(_mm_loadu_pd(base + o[3]), _mm_loadu_pd(base + o[1]));
+    lo = _mm256_unpacklo_pd(v02, v13);
+    hi = _mm256_unpackhi_pd(v02, v13);
+}
+
+// Lane l of x: interval i (as IntervalSearch::find), t = (x - g[i]) / (g[i+1] - g[i]), and
+// bad set where the guess missed or t is NaN.
+__attribute__((target("avx2"))) inline void locate(const SimdAxis& a, __m256d x, __m128i& iOut,
+                                                   __m256d& tOut, __m256d& bad) noexcept {
+    const __m256d zero = _mm256_setzero_pd();
+    const __m256i pack = _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6); // 64-bit masks to 32-bit
+    const __m256d low = _mm256_cmp_pd(x, _mm256_set1_pd(a.second), _CMP_NGE_UQ);
+    const __m256d high = _mm256_cmp_pd(x, _mm256_set1_pd(a.penultimate), _CMP_GE_OQ);
+    __m256d guess =
+        _mm256_sub_pd(_mm256_mul_pd(x, _mm256_set1_pd(a.inv)), _mm256_set1_pd(a.firstTimesInv));
+    guess = _mm256_min_pd(_mm256_max_pd(guess, zero), _mm256_set1_pd(static_cast<double>(a.last)));
+    __m128i i = _mm256_cvttpd_epi32(guess);
+    const __m128i lowI =
+        _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(_mm256_castpd_si256(low), pack));
+    const __m128i highI =
+        _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(_mm256_castpd_si256(high), pack));
+    i = _mm_andnot_si128(lowI, i);
+    i = _mm_blendv_epi8(i, _mm_set1_epi32(a.last), highI);
+    __m256d gi, gi1;
+    loadPairs(a.g, i, gi, gi1);
+    const __m256d inCell =
+        _mm256_and_pd(_mm256_cmp_pd(x, gi, _CMP_GE_OQ), _mm256_cmp_pd(x, gi1, _CMP_LT_OQ));
+    bad = _mm256_or_pd(bad, _mm256_andnot_pd(_mm256_or_pd(_mm256_or_pd(low, high), inCell),
+                                             _mm256_castsi256_pd(_mm256_set1_epi64x(-1))));
+    tOut = _mm256_div_pd(_mm256_sub_pd(x, gi), _mm256_sub_pd(gi1, gi));
+    bad = _mm256_or_pd(bad, _mm256_cmp_pd(tOut, tOut, _CMP_UNORD_Q)); // a NaN query
+    iOut = i;
+}
+
+// Results r of queries q..q+3 to out[(q + l) * outStride], or, when any lane is bad, all
+// four from the scalar kernel one(q + l).
+template <class One>
+__attribute__((target("avx2"))) inline void storeOrFallBack(__m256d r, __m256d bad, u64 q,
+                                                            double* out, u64 outStride, One& one) {
+    if (_mm256_movemask_pd(bad) != 0) {
+        for (u64 l = 0; l < 4; ++l)
+            out[(q + l) * outStride] = one(q + l);
+    } else if (outStride == 1) {
+        _mm256_storeu_pd(out + q, r);
+    } else {
+        alignas(32) double v[4];
+        _mm256_store_pd(v, r);
+        for (u64 l = 0; l < 4; ++l)
+            out[(q + l) * outStride] = v[l];
+    }
+}
+
+#else
+
+inline bool avx2Available() noexcept {
+    return false;
+}
+
+#endif
+
+} // namespace mathinterp::simd
