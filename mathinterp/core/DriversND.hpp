@@ -48,12 +48,12 @@ using PairOf = typename NDParts<M>::Pair;
 // their kernels will read, then the kernels of the block before it.
 inline constexpr u64 SCATTERED_BLOCK = 16;
 
-// Methods with kernels specialised for small dimension counts (kernelFixed<D>, D from 1 to
-// M::maxFixedDims); the scattered loop is then compiled once per such D.
+// Methods with kernels specialised for 2-D and 3-D (kernelFixed<D>); the scattered loop is
+// then compiled once per such D.
 template <class M>
 concept HasFixedKernel = requires(const M& m, const typename M::Pair* p) {
-    M::maxFixedDims;
     m.template kernelFixed<2>(p);
+    m.template kernelFixed<3>(p);
 };
 
 // Methods with a packed scattered path for queries of type Q (see LinearND).
@@ -168,14 +168,12 @@ struct InterpScatteredQueriesFtorND {
     detail::NDScratchSet<M, NoMethod>* scratch;
 
     void operator()(u64 b, u64 e) const {
-        if constexpr (detail::HasFixedKernel<M>) {
-            static_assert(M::maxFixedDims >= 2 && M::maxFixedDims <= 3);
+        if constexpr (detail::HasFixedKernel<M> || detail::HasSimdPath<M, Q>) {
             switch (method->numDims) {
             case 2:
                 return run<2>(b, e);
             case 3:
-                if constexpr (M::maxFixedDims >= 3) return run<3>(b, e);
-                break;
+                return run<3>(b, e);
             default:
                 break;
             }
@@ -188,19 +186,19 @@ struct InterpScatteredQueriesFtorND {
     void run(u64 b, u64 e) const {
         const M& m = *method;
         const Q* const* col = queries->columns.data();
+        auto& s = scratch->local();
         if constexpr (D != 0 && detail::HasSimdPath<M, Q>) {
             if (m.simdUsable()) {
                 auto one = [&](u64 q) {
                     typename M::Pair p[D];
                     for (u64 k = 0; k < D; ++k)
                         p[k] = m.makePair(k, col[k][q], search[k].find(col[k][q]));
-                    return m.template kernelFixed<D>(p);
+                    return m.kernel(p, s.bufI);
                 };
                 m.template scatteredSimd<D>(col, b, e, out, stride, one);
                 return;
             }
         }
-        auto& s = scratch->local();
         const u64 d = D ? D : m.numDims;
         // Two blocks of pairs (SCATTERED_BLOCK x d each, point-major): while the kernels of
         // one block run, the values of the next are already on their way.
@@ -224,7 +222,7 @@ struct InterpScatteredQueriesFtorND {
             const u64 nn = std::min(detail::SCATTERED_BLOCK, e - q1);
             if (nn) fill(next, q1, nn);
             for (u64 j = 0; j < n; ++j) {
-                if constexpr (D != 0)
+                if constexpr (D != 0 && detail::HasFixedKernel<M>)
                     out[(q0 + j) * stride] = m.template kernelFixed<D>(cur + j * d);
                 else
                     out[(q0 + j) * stride] = m.kernel(cur + j * d, s.bufI);

@@ -25,6 +25,19 @@ struct SimdAxis {
     std::int32_t stride = 0;
 };
 
+// Dimension with grid g[0..n), n >= 2 and mean spacing ms; stride in the value plane.
+inline SimdAxis simdAxis(const double* g, u64 n, double ms, u64 stride) noexcept {
+    SimdAxis a;
+    a.g = g;
+    a.second = g[1];
+    a.penultimate = g[n - 2];
+    a.inv = 1.0 / ms;
+    a.firstTimesInv = g[0] * a.inv;
+    a.last = static_cast<std::int32_t>(n - 2);
+    a.stride = static_cast<std::int32_t>(stride);
+    return a;
+}
+
 #ifdef MATHINTERP_SIMD
 
 inline bool avx2Available() noexcept {

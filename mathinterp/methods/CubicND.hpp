@@ -10,7 +10,11 @@
 
 #include "mathinterp/core/OnceGuard.hpp"
 #include "mathinterp/methods/CubicConvolution.hpp"
+#include "mathinterp/methods/CubicNDSimd.hpp"
 #include "mathinterp/methods/InterpMethodND.hpp"
+
+#include <cstdint>
+#include <type_traits>
 
 namespace mathinterp {
 
@@ -69,6 +73,7 @@ public:
             cellWidths.swap(widths);
             neighbourhoodOffsets.swap(offsets);
             indexLists.swap(lists);
+            prepareSimd();
         });
     }
 
@@ -108,6 +113,24 @@ public:
                 prefetchLine(this->values + row);
                 prefetchLine(this->values + row + 3);
             }
+        }
+    }
+
+    // The packed scattered path: double grid, values and queries, d = 2, AVX2, and a value
+    // plane small enough for 32-bit offsets.
+    template <class Q>
+    static constexpr bool hasSimdPath =
+        std::is_same_v<G, double>&& std::is_same_v<V, double>&& std::is_same_v<Q, double>;
+    bool simdUsable() const noexcept { return !simdAxes.empty(); }
+
+    // Queries [b, e) of d = D columns; one(q) evaluates query q the scalar way.
+    template <u64 D, class Q, class One>
+    void scatteredSimd(const Q* const* col, u64 b, u64 e, V* out, u64 stride, One&& one) const {
+        if constexpr (hasSimdPath<Q> && D == 2) {
+            simd::cubicScattered2(simdAxes.data(), this->values, col, b, e, out, stride, one);
+        } else {
+            for (u64 q = b; q < e; ++q)
+                out[q * stride] = one(q);
         }
     }
 
@@ -236,6 +259,20 @@ private:
         }
     }
 
+    void prepareSimd() {
+        if constexpr (hasSimdPath<double>) {
+            if (!simd::avx2Available() || this->numDims != 2) return;
+            if (totalValues >= (u64{1} << 31)) return;
+            platform::HostVector<simd::SimdAxis> axes(2);
+            for (u64 k = 0; k < 2; ++k) {
+                axes[k] = simd::simdAxis(this->gridVectors[k], this->gridSizes[k],
+                                         this->meanSpacing[k], this->strides[k]);
+            }
+            simdAxes.swap(axes);
+        }
+    }
+
+    platform::HostVector<simd::SimdAxis> simdAxes; // empty: the packed path is off
     OnceGuard guard_;
 };
 

@@ -101,9 +101,8 @@ public:
         }
     }
 
-    // The kernel for a dimension count known at compile time (the drivers pick it for d up
-    // to maxFixedDims and inline it into their loops); the same passes as kernel().
-    static constexpr u64 maxFixedDims = 3;
+    // The kernel for d = D known at compile time (the drivers pick it for 2-D and 3-D and
+    // inline it into their loops); the same passes as kernel().
     template <u64 D>
     [[gnu::always_inline]] V kernelFixed(const Pair* p) const noexcept {
         return kernelIn<D>(p, nullptr);
@@ -263,16 +262,8 @@ private:
             if (total >= (u64{1} << 31)) return;
             platform::HostVector<simd::SimdAxis> axes(d);
             for (u64 k = 0; k < d; ++k) {
-                const G* g = this->gridVectors[k];
-                const u64 n = this->gridSizes[k];
-                simd::SimdAxis& a = axes[k];
-                a.g = g;
-                a.second = g[1];
-                a.penultimate = g[n - 2];
-                a.inv = 1.0 / this->meanSpacing[k];
-                a.firstTimesInv = g[0] * a.inv;
-                a.last = static_cast<std::int32_t>(n - 2);
-                a.stride = static_cast<std::int32_t>(this->strides[k]);
+                axes[k] = simd::simdAxis(this->gridVectors[k], this->gridSizes[k],
+                                         this->meanSpacing[k], this->strides[k]);
             }
             platform::HostVector<std::int32_t> co(cornerCount);
             for (u64 c = 0; c < cornerCount; ++c)
