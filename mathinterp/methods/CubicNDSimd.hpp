@@ -40,60 +40,107 @@ __attribute__((target("avx2"))) inline __m256d convolve4(const PackedCubicWeight
         _mm256_mul_pd(w.w2, e));
 }
 
-// Queries [b, e) of two columns; out[q * outStride]. one(q) is the scalar kernel; divisor 4.
+// Where a group of four queries sits: first neighbourhood entry per lane, weights, and
+// whether the group must take the scalar kernel (boundary cell, missed guess, NaN query).
+struct CubicGroup {
+    alignas(16) std::int32_t first[4];
+    PackedCubicWeights w0, w1;
+    bool scalar;
+};
+
+__attribute__((target("avx2"))) inline void
+locateCubic(const SimdAxis* ax, const double* const* col, u64 q, CubicGroup& g) noexcept {
+    __m256d bad = _mm256_setzero_pd();
+    __m128i i0, i1;
+    __m256d t0, t1;
+    locate(ax[0], _mm256_loadu_pd(col[0] + q), i0, t0, bad);
+    locate(ax[1], _mm256_loadu_pd(col[1] + q), i1, t1, bad);
+    // Interior cells only: 0 < i < last in both dimensions.
+    const __m128i one32 = _mm_set1_epi32(1);
+    const __m128i outside =
+        _mm_or_si128(_mm_or_si128(_mm_cmplt_epi32(i0, one32),
+                                  _mm_cmpgt_epi32(i0, _mm_set1_epi32(ax[0].last - 1))),
+                     _mm_or_si128(_mm_cmplt_epi32(i1, one32),
+                                  _mm_cmpgt_epi32(i1, _mm_set1_epi32(ax[1].last - 1))));
+    g.scalar = _mm_movemask_epi8(outside) != 0 || _mm256_movemask_pd(bad) != 0;
+    if (g.scalar) return;
+    const __m128i first =
+        _mm_add_epi32(_mm_sub_epi32(i0, one32),
+                      _mm_mullo_epi32(_mm_sub_epi32(i1, one32), _mm_set1_epi32(ax[1].stride)));
+    _mm_store_si128(reinterpret_cast<__m128i*>(g.first), first);
+    g.w0 = packedCubicWeights(t0);
+    g.w1 = packedCubicWeights(t1);
+}
+
+// The 16 values of each lane, reduced: rows along dimension 0 transposed into lanes.
+__attribute__((target("avx2"))) inline __m256d reduceCubic(const double* values, std::int32_t s1,
+                                                           const CubicGroup& g) noexcept {
+    __m256d rows[4];
+    for (int r = 0; r < 4; ++r) {
+        const __m256d a = _mm256_loadu_pd(values + g.first[0] + r * s1);
+        const __m256d bb = _mm256_loadu_pd(values + g.first[1] + r * s1);
+        const __m256d c = _mm256_loadu_pd(values + g.first[2] + r * s1);
+        const __m256d d = _mm256_loadu_pd(values + g.first[3] + r * s1);
+        const __m256d lo01 = _mm256_unpacklo_pd(a, bb), hi01 = _mm256_unpackhi_pd(a, bb);
+        const __m256d lo23 = _mm256_unpacklo_pd(c, d), hi23 = _mm256_unpackhi_pd(c, d);
+        rows[r] = convolve4(g.w0, _mm256_permute2f128_pd(lo01, lo23, 0x20),
+                            _mm256_permute2f128_pd(hi01, hi23, 0x20),
+                            _mm256_permute2f128_pd(lo01, lo23, 0x31),
+                            _mm256_permute2f128_pd(hi01, hi23, 0x31));
+    }
+    const __m256d four = _mm256_set1_pd(4.0); // 2^d
+    const __m256d r = _mm256_div_pd(convolve4(g.w1, rows[0], rows[1], rows[2], rows[3]), four);
+    return _mm256_blendv_pd(r, _mm256_set1_pd(engineNaN<double>()),
+                            _mm256_cmp_pd(r, r, _CMP_UNORD_Q));
+}
+
+// Queries [b, e) of two columns; out[q * outStride]. one(q) is the scalar kernel. Groups
+// run in blocks: while one block is reduced, the next is located and its rows requested.
 template <class One>
 __attribute__((target("avx2"))) void cubicScattered2(const SimdAxis* ax, const double* values,
                                                      const double* const* col, u64 b, u64 e,
                                                      double* out, u64 outStride, One&& one) {
-    const __m256d four = _mm256_set1_pd(4.0); // 2^d
-    const __m256d engineNan = _mm256_set1_pd(engineNaN<double>());
+    constexpr u64 kBlock = 8;
+    CubicGroup blocks[2][kBlock];
     const std::int32_t s1 = ax[1].stride;
-    u64 q = b;
-    for (; q + 4 <= e; q += 4) {
-        __m256d bad = _mm256_setzero_pd();
-        __m128i i0, i1;
-        __m256d t0, t1;
-        locate(ax[0], _mm256_loadu_pd(col[0] + q), i0, t0, bad);
-        locate(ax[1], _mm256_loadu_pd(col[1] + q), i1, t1, bad);
-        // Interior cells only: 0 < i < last in both dimensions.
-        const __m128i one32 = _mm_set1_epi32(1);
-        const __m128i outside =
-            _mm_or_si128(_mm_or_si128(_mm_cmplt_epi32(i0, one32),
-                                      _mm_cmpgt_epi32(i0, _mm_set1_epi32(ax[0].last - 1))),
-                         _mm_or_si128(_mm_cmplt_epi32(i1, one32),
-                                      _mm_cmpgt_epi32(i1, _mm_set1_epi32(ax[1].last - 1))));
-        if (_mm_movemask_epi8(outside) != 0 || _mm256_movemask_pd(bad) != 0) {
-            for (u64 l = 0; l < 4; ++l)
-                out[(q + l) * outStride] = one(q + l);
-            continue;
+    const u64 groups = (e - b) / 4;
+    auto fill = [&](CubicGroup* blk, u64 g0, u64 n) {
+        for (u64 j = 0; j < n; ++j) {
+            locateCubic(ax, col, b + 4 * (g0 + j), blk[j]);
+            if (blk[j].scalar) continue;
+            for (int l = 0; l < 4; ++l)
+                for (int r = 0; r < 4; ++r) {
+                    const double* row = values + blk[j].first[l] + r * s1;
+                    prefetchLine(row);
+                    prefetchLine(row + 3);
+                }
         }
-        const __m128i first =
-            _mm_add_epi32(_mm_sub_epi32(i0, one32),
-                          _mm_mullo_epi32(_mm_sub_epi32(i1, one32), _mm_set1_epi32(s1)));
-        alignas(16) std::int32_t o[4];
-        _mm_store_si128(reinterpret_cast<__m128i*>(o), first);
-        const PackedCubicWeights w0 = packedCubicWeights(t0);
-        const PackedCubicWeights w1 = packedCubicWeights(t1);
-        __m256d rows[4];
-        for (int r = 0; r < 4; ++r) {
-            // Row r (four values along dimension 0) of each lane, transposed into columns.
-            const __m256d a = _mm256_loadu_pd(values + o[0] + r * s1);
-            const __m256d bb = _mm256_loadu_pd(values + o[1] + r * s1);
-            const __m256d c = _mm256_loadu_pd(values + o[2] + r * s1);
-            const __m256d d = _mm256_loadu_pd(values + o[3] + r * s1);
-            const __m256d lo01 = _mm256_unpacklo_pd(a, bb), hi01 = _mm256_unpackhi_pd(a, bb);
-            const __m256d lo23 = _mm256_unpacklo_pd(c, d), hi23 = _mm256_unpackhi_pd(c, d);
-            const __m256d v0 = _mm256_permute2f128_pd(lo01, lo23, 0x20);
-            const __m256d v1 = _mm256_permute2f128_pd(hi01, hi23, 0x20);
-            const __m256d v2 = _mm256_permute2f128_pd(lo01, lo23, 0x31);
-            const __m256d v3 = _mm256_permute2f128_pd(hi01, hi23, 0x31);
-            rows[r] = convolve4(w0, v0, v1, v2, v3);
+    };
+    CubicGroup* cur = blocks[0];
+    CubicGroup* next = blocks[1];
+    u64 n = groups < kBlock ? groups : kBlock;
+    fill(cur, 0, n);
+    for (u64 g0 = 0; g0 < groups;) {
+        const u64 g1 = g0 + n;
+        const u64 nn = groups - g1 < kBlock ? groups - g1 : kBlock;
+        if (nn) fill(next, g1, nn);
+        for (u64 j = 0; j < n; ++j) {
+            const u64 q = b + 4 * (g0 + j);
+            if (cur[j].scalar) {
+                for (u64 l = 0; l < 4; ++l)
+                    out[(q + l) * outStride] = one(q + l);
+            } else {
+                storeOrFallBack(reduceCubic(values, s1, cur[j]), _mm256_setzero_pd(), q, out,
+                                outStride, one);
+            }
         }
-        __m256d r = _mm256_div_pd(convolve4(w1, rows[0], rows[1], rows[2], rows[3]), four);
-        r = _mm256_blendv_pd(r, engineNan, _mm256_cmp_pd(r, r, _CMP_UNORD_Q));
-        storeOrFallBack(r, _mm256_setzero_pd(), q, out, outStride, one);
+        CubicGroup* tmp = cur;
+        cur = next;
+        next = tmp;
+        g0 = g1;
+        n = nn;
     }
-    for (; q < e; ++q)
+    for (u64 q = b + 4 * groups; q < e; ++q)
         out[q * outStride] = one(q);
 }
 

@@ -129,10 +129,10 @@ public:
         for (u64 k = 0; k < this->numDims; ++k)
             cell += p[k].index * coefficientStrides[k];
         const char* first = reinterpret_cast<const char*>(cell);
-        const char* last = reinterpret_cast<const char*>(cell + (neighbourhoodSize - 1));
-        for (const char* line = first; line <= last; line += 64)
-            prefetchLine(line);
-        prefetchLine(last);
+        const u64 bytes = (neighbourhoodSize - 1) * sizeof(V);
+        for (u64 at = 0; at < bytes; at += 64)
+            prefetchLine(first + at);
+        prefetchLine(first + bytes);
     }
 
     // A full grid of queries for this plane: results column-major over the query lengths,
