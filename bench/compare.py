@@ -226,6 +226,8 @@ CASES = [
          tolerance=np.inf),
     Case("2-D linear 1000^2", "linear", data_nd((1000, 1000), 10), mi_2d("linear"),
          {"scipy RegularGrid": rgi_peer("linear")}),
+    Case("2-D nearest 1000^2", "nearest", data_nd((1000, 1000), 10), mi_2d("nearest"),
+         {"scipy RegularGrid": rgi_peer("nearest")}, tolerance=np.inf),
     Case("2-D cubic 1000^2", "cubic", data_nd((1000, 1000), 10), mi_2d("cubic"),
          {"map_coordinates(3)": map_coordinates_nd}, tolerance=np.inf),
     Case("2-D spline 1000^2", "spline", data_nd((1000, 1000), 10), mi_2d("spline"),

@@ -57,10 +57,11 @@ __attribute__((target("avx2"))) inline void loadPairs(const double* base, __m128
     hi = _mm256_unpackhi_pd(v02, v13);
 }
 
-// Lane l of x: interval i (as IntervalSearch::find), t = (x - g[i]) / (g[i+1] - g[i]), and
-// bad set where the guess missed or t is NaN.
-__attribute__((target("avx2"))) inline void locate(const SimdAxis& a, __m256d x, __m128i& iOut,
-                                                   __m256d& tOut, __m256d& bad) noexcept {
+// Lane l of x: interval i (as IntervalSearch::find) with its ends g[i], g[i+1]; bad set where
+// the guess missed (those lanes' i is not the search's).
+__attribute__((target("avx2"))) inline void locateCell(const SimdAxis& a, __m256d x, __m128i& iOut,
+                                                       __m256d& giOut, __m256d& gi1Out,
+                                                       __m256d& bad) noexcept {
     const __m256d zero = _mm256_setzero_pd();
     const __m256i pack = _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6); // 64-bit masks to 32-bit
     const __m256d low = _mm256_cmp_pd(x, _mm256_set1_pd(a.second), _CMP_NGE_UQ);
@@ -81,9 +82,19 @@ __attribute__((target("avx2"))) inline void locate(const SimdAxis& a, __m256d x,
         _mm256_and_pd(_mm256_cmp_pd(x, gi, _CMP_GE_OQ), _mm256_cmp_pd(x, gi1, _CMP_LT_OQ));
     bad = _mm256_or_pd(bad, _mm256_andnot_pd(_mm256_or_pd(_mm256_or_pd(low, high), inCell),
                                              _mm256_castsi256_pd(_mm256_set1_epi64x(-1))));
+    iOut = i;
+    giOut = gi;
+    gi1Out = gi1;
+}
+
+// The same, and t = (x - g[i]) / (g[i+1] - g[i]) as makePair forms it; bad also where t is
+// NaN (a NaN query).
+__attribute__((target("avx2"))) inline void locate(const SimdAxis& a, __m256d x, __m128i& iOut,
+                                                   __m256d& tOut, __m256d& bad) noexcept {
+    __m256d gi, gi1;
+    locateCell(a, x, iOut, gi, gi1, bad);
     tOut = _mm256_div_pd(_mm256_sub_pd(x, gi), _mm256_sub_pd(gi1, gi));
     bad = _mm256_or_pd(bad, _mm256_cmp_pd(tOut, tOut, _CMP_UNORD_Q)); // a NaN query
-    iOut = i;
 }
 
 // Results r of queries q..q+3 to out[(q + l) * outStride], or, when any lane is bad, all

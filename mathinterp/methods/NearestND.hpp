@@ -1,10 +1,14 @@
 // NearestND: the value of the nearest grid point, chosen per dimension; a query exactly half-way
 // between two grid points takes the upper one. Outside the grid the first or last point of the
 // dimension is nearest, so the same method extrapolates by the end values. A NaN coordinate
-// gives NaN. No tables and no scratch: prepare() does nothing and kernels only read.
+// gives NaN. No scratch; prepare() does nothing and kernels only read.
 #pragma once
 
 #include "mathinterp/methods/InterpMethodND.hpp"
+#include "mathinterp/methods/NearestNDSimd.hpp"
+
+#include <cstdint>
+#include <type_traits>
 
 namespace mathinterp {
 
@@ -12,7 +16,34 @@ template <class G, class V>
 class NearestND final : public InterpMethodND<G, V> {
 public:
     static constexpr bool available = true;
-    using InterpMethodND<G, V>::InterpMethodND;
+    NearestND(const G* const* grids, const u64* sizes, const V* valuesPlane, u64 d)
+        : InterpMethodND<G, V>(grids, sizes, valuesPlane, d) {
+        if constexpr (hasSimdPath<double>) {
+            u64 total = 1;
+            for (u64 k = 0; k < d; ++k)
+                total *= sizes[k]; // checked against overflow when the values were stored
+            if (!simd::avx2Available() || d < 2 || d > 3 || total >= (u64{1} << 31)) return;
+            simdAxes.resize(d);
+            for (u64 k = 0; k < d; ++k)
+                simdAxes[k] = simd::simdAxis(grids[k], sizes[k], this->meanSpacing[k],
+                                             this->strides[k]);
+        }
+    }
+
+    // The packed scattered path: double grid, values and queries, d = 2 or 3, AVX2, and a
+    // value plane small enough for 32-bit offsets.
+    template <class Q>
+    static constexpr bool hasSimdPath =
+        std::is_same_v<G, double> && std::is_same_v<V, double> && std::is_same_v<Q, double>;
+    bool simdUsable() const noexcept { return !simdAxes.empty(); }
+
+    // Queries [b, e) of d = D columns; one(q) evaluates query q the scalar way.
+    template <u64 D, class Q, class One>
+    void scatteredSimd(const Q* const* col, u64 b, u64 e, V* out, u64 stride, One&& one) const {
+        if constexpr (hasSimdPath<Q>)
+            simd::nearestScattered<static_cast<int>(D)>(simdAxes.data(), this->values, col, b, e,
+                                                        out, stride, one);
+    }
 
     // offset = (chosen index) * stride of the dimension; isNaN set when the coordinate is NaN.
     struct Pair {
@@ -48,6 +79,9 @@ public:
         }
         return this->values[offset];
     }
+
+private:
+    platform::HostVector<simd::SimdAxis> simdAxes; // empty: the packed path is off
 };
 
 } // namespace mathinterp
