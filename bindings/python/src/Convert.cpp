@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace mathinterp_py {
@@ -312,6 +313,17 @@ std::string u16ToUtf8(const std::u16string& s) {
     return platform::utf16ToUtf8(s);
 }
 
+// The NumPy dtype named dt, looked up once per name (a lookup per array costs more than the
+// array). Kept for the life of the process, like NumPy's own builtin dtypes.
+py::dtype dtypeObject(const char* dt) {
+    static std::vector<std::pair<const char*, py::dtype*>> cache; // the GIL guards it
+    for (const auto& [name, d] : cache)
+        if (std::strcmp(name, dt) == 0) return *d;
+    auto* d = new py::dtype(dt);
+    cache.emplace_back(dt, d);
+    return *d;
+}
+
 std::vector<py::ssize_t> shapeOf(const Dims& dims) {
     std::vector<py::ssize_t> shape;
     for (auto e : dims)
@@ -354,7 +366,7 @@ py::array numericView(const HostArray& a, bool writeable) {
     }
     auto* keep = new HostArray(a.sharedCopy());
     py::capsule owner(keep, [](void* p) { delete static_cast<HostArray*>(p); });
-    py::array out(py::dtype(dt), shapeOf(dims), strides,
+    py::array out(dtypeObject(dt), shapeOf(dims), strides,
                   a.numberOfElements() ? a.rawData() : nullptr, owner);
     if (!writeable || a.isReadOnly()) out.attr("setflags")(py::arg("write") = false);
     return out;
@@ -381,10 +393,14 @@ py::object fromHost(const HostArray& a, bool writeable) {
     case ClassId::Struct: {
         std::vector<py::object> items;
         const auto& names = a.fieldNames();
+        std::vector<py::str> keys; // made once: struct arrays can have many elements
+        for (const auto& n : names)
+            keys.emplace_back(n);
+        items.reserve(a.numberOfElements());
         for (std::uint64_t k = 0; k < a.numberOfElements(); ++k) {
             py::dict d;
             for (std::uint64_t f = 0; f < names.size(); ++f)
-                d[py::str(names[f])] = fromHost(a.getField(k, f), writeable);
+                d[keys[f]] = fromHost(a.getField(k, f), writeable);
             items.push_back(std::move(d));
         }
         if (a.numberOfElements() == 1) return items[0];
