@@ -13,6 +13,7 @@
 #endif
 
 #include <cstdint>
+#include <type_traits>
 
 namespace mathinterp::simd {
 
@@ -24,6 +25,11 @@ struct SimdAxis {
     std::int32_t last = 0;              // n - 2
     std::int32_t stride = 0;
 };
+
+// The packed kernels take double grids, values and queries only.
+template <class G, class V, class Q>
+inline constexpr bool allDouble =
+    std::is_same_v<G, double> && std::is_same_v<V, double> && std::is_same_v<Q, double>;
 
 // Dimension with grid g[0..n), n >= 2 and mean spacing ms; stride in the value plane.
 inline SimdAxis simdAxis(const double* g, u64 n, double ms, u64 stride) noexcept {

@@ -63,8 +63,7 @@ public:
     // The packed scattered path: double grid, values and queries, d = 2 or 3, AVX2, and a
     // value plane small enough for 32-bit offsets.
     template <class Q>
-    static constexpr bool hasSimdPath =
-        std::is_same_v<G, double>&& std::is_same_v<V, double>&& std::is_same_v<Q, double>;
+    static constexpr bool hasSimdPath = simd::allDouble<G, V, Q>;
     bool simdUsable() const noexcept { return !simdAxes.empty(); }
 
     // Queries [b, e) of d = D columns; one(q) evaluates query q the scalar way.
