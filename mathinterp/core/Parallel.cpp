@@ -6,7 +6,23 @@
 #include <tbb/partitioner.h>
 #include <tbb/task_group.h>
 
-namespace mathinterp::detail {
+namespace mathinterp {
+namespace {
+thread_local int t_serialDepth = 0;
+} // namespace
+
+SerialScope::SerialScope() noexcept {
+    ++t_serialDepth;
+}
+SerialScope::~SerialScope() {
+    --t_serialDepth;
+}
+
+namespace detail {
+
+bool inSerialScope() noexcept {
+    return t_serialDepth > 0;
+}
 
 void runRanges(u64 n, u64 /*minParallel*/, u64 grain, RangeFn fn, void* body) {
     tbb::task_group_context context;
@@ -16,4 +32,5 @@ void runRanges(u64 n, u64 /*minParallel*/, u64 grain, RangeFn fn, void* body) {
         tbb::auto_partitioner(), context);
 }
 
-} // namespace mathinterp::detail
+} // namespace detail
+} // namespace mathinterp

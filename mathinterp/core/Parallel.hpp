@@ -14,14 +14,25 @@ namespace detail {
 using RangeFn = void (*)(void* body, u64 begin, u64 end);
 // Non-template so that the scheduler code is compiled once, not per method combination.
 void runRanges(u64 n, u64 minParallel, u64 grain, RangeFn fn, void* body);
+bool inSerialScope() noexcept;
 } // namespace detail
+
+// While one lives on a thread, forEachRange runs serially on that thread: for work nested in
+// an outer parallel loop that already keeps every core busy.
+class SerialScope {
+public:
+    SerialScope() noexcept;
+    ~SerialScope();
+    SerialScope(const SerialScope&) = delete;
+    SerialScope& operator=(const SerialScope&) = delete;
+};
 
 // Run body(b, e) over [0, n): serially when n < minParallel, else in parallel.
 template <class Body>
 void forEachRange(u64 n, Body& body, u64 minParallel = PARALLEL_MIN_QUERIES,
                   u64 grain = QUERY_GRAIN) {
     if (n == 0) return;
-    if (n < minParallel) {
+    if (n < minParallel || detail::inSerialScope()) {
         body(u64{0}, n);
         return;
     }

@@ -14,7 +14,14 @@
 #include <platform/HostError.hpp>
 #include <platform/HostString.hpp>
 
+#include <tbb/enumerable_thread_specific.h>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -76,21 +83,32 @@ struct FieldInfo {
     platform::Dims dims;
     u64 numel = 0;
     bool complex = false;
+    std::vector<const void*> data; // per grid element: its value's data, for the gather
 };
 
 FieldInfo checkField(const HostArray& s, u64 field, ClassId gridClass) {
-    const u64 points = s.numberOfElements();
-    const HostArray& r = s.getField(0, field);
+    const platform::FieldValueView r = s.fieldView(0, field);
+    // Every failure has the same message, so the elements can be checked in any order.
+    std::atomic<bool> bad{false}, complex{false};
     FieldInfo info;
-    for (u64 g = 0; g < points; ++g) {
-        const HostArray& v = s.getField(g, field);
-        if (!v || !v.isNumeric() || v.classId() != gridClass || v.isSparse() ||
-            v.numberOfElements() != r.numberOfElements())
-            HostError::raiseText(kFieldMessage);
-        info.complex = info.complex || v.isComplex();
-    }
-    info.dims = r.dimensions();
-    info.numel = r.numberOfElements();
+    info.data.resize(s.numberOfElements());
+    auto check = [&](u64 b, u64 end) {
+        bool anyBad = false, anyComplex = false;
+        for (u64 g = b; g < end; ++g) {
+            const platform::FieldValueView v = s.fieldView(g, field);
+            info.data[g] = v.data;
+            anyBad = anyBad || !v.present || !platform::isNumericClass(v.cls) ||
+                     v.cls != gridClass || v.sparse || v.numel != r.numel;
+            anyComplex = anyComplex || v.complex;
+        }
+        if (anyBad) bad.store(true, std::memory_order_relaxed);
+        if (anyComplex) complex.store(true, std::memory_order_relaxed);
+    };
+    forEachRange(s.numberOfElements(), check);
+    if (bad.load()) HostError::raiseText(kFieldMessage);
+    info.dims = s.getField(0, field).dimensions();
+    info.numel = r.numel;
+    info.complex = complex.load();
     return info;
 }
 
@@ -106,54 +124,181 @@ struct Problem {
     MethodId extrap = MethodId::Linear;
 };
 
-// Writes the results of `count` consecutive query points, the first being output point q0,
-// into field f of their output elements: element k of point q comes from r (plane-major over
-// the count points) and goes to the slice of `block` that becomes point q's array. Runs in
-// parallel tiles of points, each tile a small transpose plus one batch of array records.
-template <class G>
-struct ScatterBody {
-    static constexpr ClassId cls = sizeof(G) == 8 ? ClassId::Double : ClassId::Single;
-    static constexpr u64 kTile = 128;
-    const G* r;
-    u64 count, q0;
-    G* base; // slice of output point 0
-    const std::shared_ptr<void>* block;
-    const FieldInfo* info;
-    HostArray* out;
-    u64 f;
+// The query grid is evaluated in sub-grids, one task each: rows [i0, i0 + ni) of the first
+// query dimension, every index of the middle ones and columns [j0, j0 + nj) of the last. A
+// sub-grid's results (plane-major) fit in its core's cache until they are transposed into
+// the field block, where each query point's elements lie together.
+constexpr u64 kSubGridBytes = u64{2048} << 10;
+constexpr u64 kRows = 128; // first-dimension extent that sub-grids aim at
 
+struct SubGrids {
+    u64 m0 = 1, middle = 1, mLast = 1; // first length, product of the middle ones, last length
+    u64 ni = 1, nj = 1;                // sub-grid extents along the first and last dimension
+    u64 rowBlocks = 1, count = 1;
+
+    SubGrids(const std::vector<u64>& lengths, u64 bytesPerPoint) {
+        const u64 d = lengths.size();
+        m0 = lengths[0];
+        if (d > 1) mLast = lengths[d - 1];
+        for (u64 k = 1; k + 1 < d; ++k)
+            middle *= lengths[k];
+        const u64 target = std::max<u64>(1, kSubGridBytes / std::max<u64>(1, bytesPerPoint));
+        // Wide rather than tall: the separable 2-D linear path does work per grid column
+        // the sub-grid's columns touch, which amortises over more columns.
+        nj = std::min(mLast, std::max<u64>(1, target / (std::min(m0, kRows) * middle)));
+        ni = std::min(m0, std::max<u64>(1, target / (middle * nj)));
+        rowBlocks = (m0 + ni - 1) / ni;
+        count = rowBlocks * ((mLast + nj - 1) / nj);
+    }
+};
+
+// Gathers, per grid point g, plane k: part (k < e: real, else imaginary) of element k % e
+// of field f; real grid values have imaginary part 0.
+template <class G>
+struct GatherBody {
+    const HostArray* s;
+    G* scratch;
+    u64 points, f, e;
+    bool complex;
+    const void* const* data;
     void operator()(u64 b, u64 end) const {
-        const u64 e = info->numel;
-        const u64 parts = info->complex ? 2 : 1;
-        const u64 per = e * parts;
-        HostArray made[kTile];
-        for (u64 t0 = b; t0 < end; t0 += kTile) {
-            const u64 t1 = std::min(end, t0 + kTile);
-            G* dst0 = base + (q0 + t0) * per;
-            for (u64 k = 0; k < e; ++k)
-                for (u64 c = 0; c < parts; ++c) {
-                    const G* src = r + (k * count + t0) * parts + c;
-                    G* dst = dst0 + k * parts + c;
-                    for (u64 q = 0; q < t1 - t0; ++q)
-                        dst[q * per] = src[q * parts];
+        constexpr u64 kAhead = 16;
+        const u64 bytes = e * sizeof(G) * (complex ? 2 : 1);
+        for (u64 g = b; g < end; ++g) {
+            if (g + kAhead < end) {
+                // The first lines of a value a few elements ahead (values are small arrays).
+                const auto* next = static_cast<const unsigned char*>(data[g + kAhead]);
+                prefetchLine(next);
+                if (bytes > 64) prefetchLine(next + 64);
+            }
+            const G* src = static_cast<const G*>(data[g]);
+            if (complex && s->fieldView(g, f).complex) {
+                for (u64 k = 0; k < e; ++k) {
+                    scratch[k * points + g] = src[2 * k];
+                    scratch[(e + k) * points + g] = src[2 * k + 1];
                 }
-            // One record batch per tile: the threads never share a reference count.
-            HostArray::wrapNumericBatch(dst0, info->dims, cls, info->complex, *block, t1 - t0,
-                                        made);
-            for (u64 q = t0; q < t1; ++q)
-                out->setField(q0 + q, f, std::move(made[q - t0]));
+            } else {
+                for (u64 k = 0; k < e; ++k)
+                    scratch[k * points + g] = src[k];
+                if (complex)
+                    for (u64 k = 0; k < e; ++k)
+                        scratch[(e + k) * points + g] = G(0);
+            }
         }
     }
 };
 
-// Query points per evaluation chunk: the chunk's results stay in cache until scattered.
-constexpr u64 kChunkPoints = 32768;
+// Moves n points' results from plane-major (element k, part c of point q at
+// src[k * srcStride + q * parts + c]) to point-major (at dst[q * e * parts + k * parts + c]).
+template <class G>
+void transposeTile(const G* src, u64 srcStride, G* dst, u64 n, u64 e, u64 parts) {
+    const u64 per = e * parts;
+    u64 k0 = 0;
+#if defined(__SSE2__)
+    if constexpr (sizeof(G) == 8) {
+        if (parts == 1) {
+            // Two elements of two points at a time: a 2x2 transpose of doubles.
+            for (; k0 + 2 <= e; k0 += 2) {
+                const auto* a = reinterpret_cast<const double*>(src + k0 * srcStride);
+                const auto* b = reinterpret_cast<const double*>(src + (k0 + 1) * srcStride);
+                auto* d = reinterpret_cast<double*>(dst + k0);
+                u64 q = 0;
+                for (; q + 2 <= n; q += 2) {
+                    const __m128d x = _mm_loadu_pd(a + q), y = _mm_loadu_pd(b + q);
+                    _mm_storeu_pd(d + q * per, _mm_unpacklo_pd(x, y));
+                    _mm_storeu_pd(d + (q + 1) * per, _mm_unpackhi_pd(x, y));
+                }
+                for (; q < n; ++q) {
+                    d[q * per] = a[q];
+                    d[q * per + 1] = b[q];
+                }
+            }
+        }
+    }
+#endif
+    for (u64 k = k0; k < e; ++k)
+        for (u64 c = 0; c < parts; ++c) {
+            const G* from = src + k * srcStride + c;
+            G* to = dst + k * parts + c;
+            for (u64 q = 0; q < n; ++q)
+                to[q * per] = from[q * parts];
+        }
+}
+
+// A thread's results buffer, kept for all the sub-grids the thread evaluates.
+template <class G>
+struct ResultsBuffer {
+    std::unique_ptr<G, void (*)(void*)> data{nullptr, platform::hostFree};
+};
+template <class G>
+using ResultsBuffers = tbb::enumerable_thread_specific<ResultsBuffer<G>>;
+
+// Evaluates one sub-grid per call into its thread's buffer and transposes it into the block.
+template <class G>
+struct SubGridBody {
+    static constexpr ClassId cls = sizeof(G) == 8 ? ClassId::Double : ClassId::Single;
+    static constexpr u64 kTile = 128; // points per transposed tile
+    const Problem<G>* p;
+    const SubGrids* sub;
+    Evaluator* ev; // evaluation is safe from several threads at once
+    const FieldInfo* info;
+    G* base; // the field block: query point q's elements start at base + q * per
+    ResultsBuffers<G>* buffers;
+    u64 bufferBytes; // room for the largest sub-grid
+
+    void operator()(u64 b, u64 end) const {
+        for (u64 c = b; c < end; ++c)
+            run(c);
+    }
+
+    void run(u64 c) const {
+        const u64 d = p->d, e = info->numel;
+        const u64 parts = info->complex ? 2 : 1, per = e * parts;
+        const u64 i0 = (c % sub->rowBlocks) * sub->ni, j0 = (c / sub->rowBlocks) * sub->nj;
+        const u64 ni = std::min(sub->ni, sub->m0 - i0);
+        const u64 nj = std::min(sub->nj, sub->mLast - j0);
+        const u64 count = ni * sub->middle * nj;
+        // Views: the caller's coordinates and the buffer outlive the evaluation.
+        HostArray queries = HostArray::createCell(1, d);
+        for (u64 k = 0; k < d; ++k) {
+            const HostArray v = p->queryCell.getCell(k);
+            const G* x = v.data<G>();
+            if (k == 0)
+                queries.setCell(k, HostArray::wrapNumeric(const_cast<G*>(x + i0), {1, ni}, cls,
+                                                          false, nullptr, true));
+            else if (k == d - 1)
+                queries.setCell(k, HostArray::wrapNumeric(const_cast<G*>(x + j0), {1, nj}, cls,
+                                                          false, nullptr, true));
+            else
+                queries.setCell(k, v);
+        }
+        ResultsBuffer<G>& r = buffers->local();
+        if (!r.data) r.data.reset(static_cast<G*>(platform::hostAllocate(bufferBytes)));
+        {
+            HostArray results =
+                HostArray::wrapNumeric(r.data.get(), {count, e}, cls, info->complex, nullptr);
+            const SerialScope serial; // this loop already runs on every core
+            ev->evaluateGridded(queries, results);
+        }
+        // Sub-grid row (mid, jj) holds ni consecutive output points.
+        for (u64 jj = 0; jj < nj; ++jj)
+            for (u64 mid = 0; mid < sub->middle; ++mid) {
+                const u64 s0 = (mid + sub->middle * jj) * ni;
+                const u64 q0 = i0 + sub->m0 * (mid + sub->middle * (j0 + jj));
+                for (u64 t0 = 0; t0 < ni; t0 += kTile) {
+                    const u64 t1 = std::min(ni, t0 + kTile);
+                    transposeTile(r.data.get() + (s0 + t0) * parts, count * parts,
+                                  base + (q0 + t0) * per, t1 - t0, e, parts);
+                }
+            }
+    }
+};
 
 // Interpolates field f of struct array s and writes it into field f of every element of out.
 template <class G>
 void interpolateField(const Problem<G>& p, const HostArray& s, u64 f, const FieldInfo& info,
                       HostArray& out) {
-    constexpr ClassId cls = ScatterBody<G>::cls;
+    constexpr ClassId cls = SubGridBody<G>::cls;
     const u64 e = info.numel;
     const u64 planes = checkedMul(e, info.complex ? 2 : 1);
     if (p.total == 0) return;
@@ -161,75 +306,35 @@ void interpolateField(const Problem<G>& p, const HostArray& s, u64 f, const Fiel
     const u64 bytes = checkedMul(checkedMul(planes, p.total), sizeof(G));
     // The deleter runs if the control block cannot be allocated.
     const std::shared_ptr<void> block(platform::hostAllocate(bytes), platform::hostFree);
-    G* const base = static_cast<G*>(block.get());
-    ScatterBody<G> scatter{nullptr, 0, 0, base, &block, &info, &out, f};
-    if (planes == 0) { // empty field arrays: nothing to interpolate
-        scatter.count = p.total;
-        forEachRange(p.total, scatter);
-        return;
-    }
-    // Gather: plane k holds part (k < e: real, else imaginary) of element k % e of every
-    // grid point; real grid values have imaginary part 0.
-    platform::HostVector<G> scratch(checkedMul(planes, p.points));
-    struct GatherBody {
-        const HostArray* s;
-        G* scratch;
-        u64 points, f, e;
-        bool complex;
-        void operator()(u64 b, u64 end) const {
-            for (u64 g = b; g < end; ++g) {
-                const HostArray& v = s->getField(g, f);
-                const G* src = v.data<G>();
-                if (v.isComplex()) {
-                    for (u64 k = 0; k < e; ++k) {
-                        scratch[k * points + g] = src[2 * k];
-                        scratch[(e + k) * points + g] = src[2 * k + 1];
-                    }
-                } else {
-                    for (u64 k = 0; k < e; ++k)
-                        scratch[k * points + g] = src[k];
-                    if (complex)
-                        for (u64 k = 0; k < e; ++k)
-                            scratch[(e + k) * points + g] = G(0);
-                }
-            }
-        }
-    } gather{&s, scratch.data(), p.points, f, e, info.complex};
+    out.setFieldSlices(f, block.get(), info.dims, cls, info.complex, block);
+    if (planes == 0) return; // empty field arrays: nothing to interpolate
+
+    const std::unique_ptr<G, void (*)(void*)> scratch(
+        static_cast<G*>(
+            platform::hostAllocate(checkedMul(checkedMul(planes, p.points), sizeof(G)))),
+        platform::hostFree);
+    GatherBody<G> gather{&s, scratch.get(), p.points, f, e, info.complex, info.data.data()};
     forEachRange(p.points, gather);
     EvaluatorSetup<G, G> setup;
     setup.grids = p.grids;
     setup.sizes = p.sizes;
-    setup.values = scratch.data();
+    setup.values = scratch.get();
     setup.pointsPerPlane = p.points;
     setup.numPlanes = planes;
     // The N-D methods serve every dimension count here, one as well.
     auto ev = makeEvaluatorND<G, G>(p.method, p.extrap, setup);
 
-    // Evaluate in chunks of whole columns of the last query dimension (consecutive output
-    // points), each into one cache-sized results buffer that is then scattered.
-    const u64 last = p.d - 1;
-    const HostArray lastVector = p.queryCell.getCell(last);
-    const G* lastCoords = lastVector.data<G>();
-    const u64 inner = p.total / lastVector.numberOfElements();
-    const u64 columns = std::max<u64>(1, kChunkPoints / inner);
-    platform::HostVector<G> results(
-        checkedMul(checkedMul(std::min(columns, lastVector.numberOfElements()), inner), planes));
-    HostArray chunkQueries = HostArray::createCell(1, p.d);
-    for (u64 k = 0; k < last; ++k)
-        chunkQueries.setCell(k, p.queryCell.getCell(k));
-    for (u64 j0 = 0; j0 < lastVector.numberOfElements(); j0 += columns) {
-        const u64 n = std::min(columns, lastVector.numberOfElements() - j0);
-        // Views: the caller's coordinates and the results buffer outlive both.
-        chunkQueries.setCell(last, HostArray::wrapNumeric(const_cast<G*>(lastCoords + j0), {1, n},
-                                                          cls, false, nullptr, true));
-        HostArray chunkResults =
-            HostArray::wrapNumeric(results.data(), {n * inner, e}, cls, info.complex, nullptr);
-        ev->evaluateGridded(chunkQueries, chunkResults);
-        scatter.r = results.data();
-        scatter.count = n * inner;
-        scatter.q0 = j0 * inner;
-        forEachRange(scatter.count, scatter);
-    }
+    std::vector<u64> lengths;
+    for (u64 k = 0; k < p.d; ++k)
+        lengths.push_back(p.queryCell.getCell(k).numberOfElements());
+    const SubGrids sub(lengths, planes * sizeof(G));
+    ResultsBuffers<G> buffers;
+    const u64 bufferBytes =
+        checkedMul(checkedMul(checkedMul(sub.ni, sub.middle), sub.nj), planes * sizeof(G));
+    SubGridBody<G> body{&p,       &sub,       ev.get(), &info, static_cast<G*>(block.get()),
+                        &buffers, bufferBytes};
+    // Below the engine's parallel threshold of query points the loop stays on this thread.
+    forEachRange(sub.count, body, p.total < PARALLEL_MIN_QUERIES ? ~u64{0} : 2, 1);
 }
 
 // A deep copy of the query cell with every coordinate clamped to its grid's range; NaN stays.

@@ -50,7 +50,7 @@ bool shouldFail() noexcept {
 constexpr std::size_t kLargeBlock = std::size_t{4} << 20;   // from here on: mapped directly
 constexpr std::size_t kHugePage = std::size_t{2} << 20;     // mapping granularity
 constexpr std::size_t kLargeOffset = 64;                    // user data: cache-line aligned
-constexpr std::size_t kMaxCachedBlocks = 4;
+constexpr std::size_t kMaxCachedBlocks = 8;
 constexpr std::size_t kMaxCachedBytes = std::size_t{512} << 20;
 constexpr std::uint64_t kSmallTag = 0x736d616c6c000001ull;
 constexpr std::uint64_t kLargeTag = 0x6c61726765000002ull;

@@ -15,7 +15,11 @@ struct BufferDeleter {
 // What only cells, structs, text and objects hold: numeric arrays (many small ones, for a
 // grid of structs) carry a null pointer instead.
 struct ArrayExtra {
-    std::vector<HostArray> items; // cell elements, or struct values (element-major)
+    std::vector<HostArray> items; // cell elements, or struct values (element-major; a struct
+                                  // makes them on its first setField)
+    // Struct fields whose values are slices of one block (setFieldSlices): one record per
+    // field, describing slice 0; empty, or null for a field kept in `items`.
+    std::vector<std::shared_ptr<ArrayData>> columns;
     std::vector<std::string> fields;
     std::u16string chars;
     std::vector<std::optional<std::string>> strings;
@@ -157,35 +161,6 @@ HostArray HostArray::wrapNumeric(void* data, Dims dims, ClassId cls, bool comple
     return HostArray(std::move(d));
 }
 
-void HostArray::wrapNumericBatch(void* data, const Dims& dims, ClassId cls, bool complex,
-                                 std::shared_ptr<const void> owner, std::uint64_t count,
-                                 HostArray* out) {
-    if (!isNumericClass(cls)) throw std::invalid_argument("wrapNumeric: not a numeric class");
-    if (count == 0) return;
-    struct Batch {
-        std::shared_ptr<const void> owner;
-        std::vector<ArrayData> records;
-    };
-    auto batch = std::make_shared<Batch>();
-    batch->owner = std::move(owner);
-    batch->records.resize(count);
-    const Dims shape = normaliseDims(dims);
-    const std::uint64_t numel = checkedElementCount(shape);
-    const std::size_t slice = numel * elementSize(cls) * (complex ? 2 : 1);
-    auto* bytes = static_cast<unsigned char*>(data);
-    for (std::uint64_t i = 0; i < count; ++i) {
-        ArrayData& d = batch->records[i];
-        d.cls = cls;
-        d.dims = shape;
-        d.numel = numel;
-        d.complex = complex;
-        d.data = bytes + i * slice;
-    }
-    // Handles are made only after every allocation succeeded: nothing half-built escapes.
-    for (std::uint64_t i = 0; i < count; ++i)
-        out[i] = HostArray(std::shared_ptr<ArrayData>(batch, &batch->records[i]));
-}
-
 HostArray HostArray::scalar(double v) { return fromDoubles({1, 1}, {v}); }
 
 HostArray HostArray::scalarSingle(float v) { return fromSingles({1, 1}, {v}); }
@@ -246,8 +221,7 @@ HostArray HostArray::cellOf(std::initializer_list<HostArray> items) {
 HostArray HostArray::createStruct(Dims dims, std::vector<std::string> fieldNames) {
     auto d = makeData(ClassId::Struct, std::move(dims));
     d->x().fields = std::move(fieldNames);
-    const std::uint64_t n = checkedElementCount({d->numel, d->x().fields.size()});
-    d->x().items.resize(n);
+    checkedElementCount({d->numel, d->x().fields.size()});
     return HostArray(std::move(d));
 }
 
@@ -320,13 +294,13 @@ HostArray HostArray::deepCopy() const {
     d->dims = data_->dims;
     d->numel = data_->numel;
     if (data_->extra)
-        d->extra = std::make_unique<ArrayExtra>(
-            ArrayExtra{{}, data_->extra->fields, {}, data_->extra->strings, data_->extra->object});
+        d->extra = std::make_unique<ArrayExtra>(ArrayExtra{
+            {}, {}, data_->extra->fields, {}, data_->extra->strings, data_->extra->object});
     if (isNumericClass(d->cls)) {
         const std::size_t bytes = static_cast<std::size_t>(d->numel) * elementBytes();
         void* p = hostMalloc(bytes);
         if (!p) throw std::bad_alloc();
-        if (bytes) std::memcpy(p, data_->data, bytes);
+        if (bytes) std::memcpy(p, rawData(), bytes);
         d->owned.reset(p);
         d->data = p;
     } else if (d->cls == ClassId::Char) {
@@ -334,7 +308,16 @@ HostArray HostArray::deepCopy() const {
         d->data = d->x().chars.data();
     }
     const std::vector<HostArray>& items = data_->ext().items;
-    if (!items.empty()) {
+    if (d->cls == ClassId::Struct) {
+        // Field slices become arrays of their own.
+        const std::uint64_t nf = numberOfFields();
+        if (!items.empty() || !data_->ext().columns.empty()) {
+            d->x().items.resize(d->numel * nf);
+            for (std::uint64_t e = 0; e < d->numel; ++e)
+                for (std::uint64_t f = 0; f < nf; ++f)
+                    d->x().items[e * nf + f] = getField(e, f).deepCopy();
+        }
+    } else if (!items.empty()) {
         d->x().items.reserve(items.size());
         for (const HostArray& a : items) d->x().items.push_back(a.deepCopy());
     }
@@ -372,7 +355,9 @@ std::uint64_t HostArray::dimension(std::uint64_t k) const noexcept {
 
 std::uint64_t HostArray::numberOfElements() const noexcept { return data_ ? data_->numel : 0; }
 
-void* HostArray::rawData() const noexcept { return data_ ? data_->data : nullptr; }
+void* HostArray::rawData() const noexcept {
+    return data_ ? static_cast<unsigned char*>(data_->data) + offset_ : nullptr;
+}
 
 std::size_t HostArray::elementBytes() const noexcept {
     return data_ ? elementSize(data_->cls) * (data_->complex ? 2 : 1) : 0;
@@ -405,12 +390,12 @@ double readAs(ClassId cls, const void* p, std::uint64_t k) {
 
 double HostArray::realAt(std::uint64_t k) const {
     if (!data_ || k >= data_->numel) throw std::out_of_range("realAt");
-    return readAs(data_->cls, data_->data, data_->complex ? 2 * k : k);
+    return readAs(data_->cls, rawData(), data_->complex ? 2 * k : k);
 }
 
 double HostArray::imagAt(std::uint64_t k) const {
     if (!data_ || k >= data_->numel) throw std::out_of_range("imagAt");
-    return data_->complex ? readAs(data_->cls, data_->data, 2 * k + 1) : 0.0;
+    return data_->complex ? readAs(data_->cls, rawData(), 2 * k + 1) : 0.0;
 }
 
 // ---- cells and structs -------------------------------------------------------------------
@@ -439,10 +424,42 @@ std::optional<std::uint64_t> HostArray::fieldIndex(std::string_view name) const 
     return std::nullopt;
 }
 
-const HostArray& HostArray::getField(std::uint64_t element, std::uint64_t field) const {
+namespace {
+std::size_t sliceBytes(const ArrayData& column) {
+    return static_cast<std::size_t>(column.numel) * elementSize(column.cls) *
+           (column.complex ? 2 : 1);
+}
+} // namespace
+
+HostArray HostArray::getField(std::uint64_t element, std::uint64_t field) const {
     const std::uint64_t nf = numberOfFields();
     if (element >= data_->numel || field >= nf) throw std::out_of_range("getField");
-    return data_->ext().items[element * nf + field];
+    const ArrayExtra& x = data_->ext();
+    if (!x.columns.empty() && x.columns[field]) {
+        const std::shared_ptr<ArrayData>& column = x.columns[field];
+        return HostArray(column, static_cast<std::size_t>(element) * sliceBytes(*column));
+    }
+    if (x.items.empty()) return {};
+    return x.items[element * nf + field];
+}
+
+FieldValueView HostArray::fieldView(std::uint64_t element, std::uint64_t field) const {
+    const std::uint64_t nf = numberOfFields();
+    if (element >= data_->numel || field >= nf) throw std::out_of_range("fieldView");
+    const ArrayExtra& x = data_->ext();
+    const ArrayData* d = nullptr;
+    std::size_t offset = 0;
+    if (!x.columns.empty() && x.columns[field]) {
+        d = x.columns[field].get();
+        offset = static_cast<std::size_t>(element) * sliceBytes(*d);
+    } else if (!x.items.empty()) {
+        const HostArray& h = x.items[element * nf + field];
+        d = h.data_.get();
+        offset = h.offset_;
+    }
+    if (!d) return {};
+    return {true,      d->cls,   d->complex,
+            d->sparse, d->numel, static_cast<const unsigned char*>(d->data) + offset};
 }
 
 HostArray HostArray::getField(std::uint64_t element, std::string_view name) const {
@@ -454,7 +471,33 @@ HostArray HostArray::getField(std::uint64_t element, std::string_view name) cons
 void HostArray::setField(std::uint64_t element, std::uint64_t field, HostArray a) {
     const std::uint64_t nf = numberOfFields();
     if (element >= data_->numel || field >= nf) throw std::out_of_range("setField");
-    data_->x().items[element * nf + field] = std::move(a);
+    ArrayExtra& x = data_->x();
+    if (x.items.empty()) x.items.resize(data_->numel * nf);
+    if (!x.columns.empty() && x.columns[field]) {
+        // The other elements keep their slices, now as handles of their own.
+        const std::shared_ptr<ArrayData> column = std::move(x.columns[field]);
+        const std::size_t bytes = sliceBytes(*column);
+        for (std::uint64_t e = 0; e < data_->numel; ++e)
+            x.items[e * nf + field] = HostArray(column, static_cast<std::size_t>(e) * bytes);
+    }
+    x.items[element * nf + field] = std::move(a);
+}
+
+void HostArray::setFieldSlices(std::uint64_t field, void* block, const Dims& dims, ClassId cls,
+                               bool complex, std::shared_ptr<const void> owner) {
+    if (!isNumericClass(cls)) throw std::invalid_argument("setFieldSlices: not a numeric class");
+    const std::uint64_t nf = numberOfFields();
+    if (field >= nf) throw std::out_of_range("setFieldSlices");
+    auto column = makeData(cls, dims);
+    column->complex = complex;
+    column->data = block;
+    column->owner = std::move(owner);
+    ArrayExtra& x = data_->x();
+    if (x.columns.empty()) x.columns.resize(nf);
+    x.columns[field] = std::move(column);
+    if (!x.items.empty())
+        for (std::uint64_t e = 0; e < data_->numel; ++e)
+            x.items[e * nf + field] = HostArray();
 }
 
 const std::u16string& HostArray::charData() const {

@@ -20,6 +20,7 @@
 #include <vector>
 
 using platform::ClassId;
+using platform::Dims;
 using platform::HostArray;
 using platform::HostErrorException;
 
@@ -266,4 +267,122 @@ TEST_F(GridStructsTest, MixedRealAndComplexFieldGivesComplexOutput) {
     ASSERT_TRUE(w.isComplex());
     EXPECT_EQ(w.realAt(0), 3.0); // between 2 and 4
     EXPECT_EQ(w.imagAt(0), 4.0); // between 0 and 8
+}
+
+namespace {
+
+std::vector<double> spaced(std::uint64_t n, double lo, double step) {
+    std::vector<double> v(n);
+    for (std::uint64_t i = 0; i < n; ++i)
+        v[i] = lo + step * static_cast<double>(i);
+    return v;
+}
+
+template <class G>
+HostArray vectorOf(const std::vector<double>& v) {
+    const Dims dims{1, v.size()};
+    if constexpr (sizeof(G) == 8) return HostArray::fromDoubles(dims, v);
+    return HostArray::fromSingles(dims, std::vector<float>(v.begin(), v.end()));
+}
+
+// Large fields on large query grids: the query grid is evaluated in many sub-grids (split
+// along the first and the last query dimension), whose results are transposed into the
+// records; an odd element count leaves one element for the transpose's remainder loop.
+// Every checked element equals the interpolant on that element's values, bit for bit.
+template <class G>
+void checkSubGrids(const std::vector<std::vector<double>>& grid,
+                   const std::vector<std::vector<double>>& queries, const char* method,
+                   const char* extrap) {
+    constexpr std::uint64_t kElems = 301;
+    constexpr ClassId cls = sizeof(G) == 8 ? ClassId::Double : ClassId::Single;
+    Dims gridDims;
+    std::uint64_t points = 1;
+    for (const auto& g : grid) {
+        gridDims.push_back(g.size());
+        points *= g.size();
+    }
+    if (gridDims.size() == 1) gridDims.push_back(1);
+    auto value = [](std::uint64_t g, std::uint64_t el) {
+        const double e = static_cast<double>(el);
+        return static_cast<G>(std::sin(0.37 * static_cast<double>(g) + 0.011 * e) + 0.5 * e);
+    };
+    HostArray s = HostArray::createStruct(gridDims, {"v", "z"});
+    for (std::uint64_t g = 0; g < points; ++g) {
+        HostArray v = HostArray::createNumeric({kElems, 1}, cls);
+        for (std::uint64_t el = 0; el < kElems; ++el)
+            v.data<G>()[el] = value(g, el);
+        s.setField(g, 0, v);
+        // Complex at every third grid point only.
+        HostArray z = HostArray::createNumeric({1, 3}, cls, g % 3 == 0);
+        for (std::uint64_t el = 0; el < 3; ++el) {
+            if (g % 3 == 0) {
+                z.data<G>()[2 * el] = value(g, el);
+                z.data<G>()[2 * el + 1] = value(g + 7, el);
+            } else {
+                z.data<G>()[el] = value(g, el);
+            }
+        }
+        s.setField(g, 1, z);
+    }
+    std::vector<HostArray> gridVectors, queryVectors;
+    for (const auto& g : grid)
+        gridVectors.push_back(vectorOf<G>(g));
+    for (const auto& q : queries)
+        queryVectors.push_back(vectorOf<G>(q));
+    HostArray gridCell = HostArray::createCell(1, grid.size());
+    HostArray queryCell = HostArray::createCell(1, grid.size());
+    for (std::uint64_t k = 0; k < grid.size(); ++k) {
+        gridCell.setCell(k, gridVectors[k]);
+        queryCell.setCell(k, queryVectors[k]);
+    }
+    const Outcome o = call({gridCell, HostArray::cellOf({s}), queryCell, HostArray::charRow(method),
+                            HostArray::charRow(extrap)});
+    ASSERT_TRUE(o.message.empty() && o.identifier.empty()) << o.message;
+    const HostArray out = o.result.getCell(0);
+    for (std::uint64_t f = 0; f < 2; ++f) {
+        const bool cx = f == 1;
+        for (std::uint64_t el : f == 0 ? std::vector<std::uint64_t>{0, 1, 150, kElems - 1}
+                                       : std::vector<std::uint64_t>{0, 2}) {
+            HostArray v = HostArray::createNumeric(gridDims, cls, cx);
+            for (std::uint64_t g = 0; g < points; ++g) {
+                const HostArray fv = s.getField(g, f);
+                v.data<G>()[cx ? 2 * g : g] = static_cast<G>(fv.realAt(el));
+                if (cx) v.data<G>()[2 * g + 1] = static_cast<G>(fv.imagAt(el));
+            }
+            mathinterp::GriddedInterpolant gi;
+            HostArray args[] = {gridCell, v, HostArray::charRow(method),
+                                HostArray::charRow(extrap)};
+            gi.construct(4, args);
+            const HostArray expect = gi.evaluate(1, &queryCell);
+            ASSERT_EQ(expect.numberOfElements(), out.numberOfElements());
+            for (std::uint64_t q = 0; q < expect.numberOfElements(); ++q) {
+                const HostArray got = out.getField(q, f);
+                ASSERT_EQ(got.numberOfElements(), f == 0 ? kElems : 3);
+                ASSERT_EQ(got.isComplex(), cx);
+                EXPECT_SAME_BITS(static_cast<G>(got.realAt(el)), static_cast<G>(expect.realAt(q)))
+                    << method << " field " << f << " element " << el << " q " << q;
+                if (cx) {
+                    EXPECT_SAME_BITS(static_cast<G>(got.imagAt(el)),
+                                     static_cast<G>(expect.imagAt(q)));
+                }
+            }
+        }
+    }
+}
+
+} // namespace
+
+TEST_F(GridStructsTest, ManySubGridsEqualTheInterpolant) {
+    const std::vector<std::vector<double>> grid3{spaced(6, 0.0, 1.0), spaced(4, -1.0, 0.7),
+                                                 spaced(3, 2.0, 1.5)};
+    // 300 x 3 x 5 queries: rows split in three blocks, the last dimension in 2 + 2 + 1.
+    const std::vector<std::vector<double>> queries3{spaced(300, -0.5, 0.02), spaced(3, -1.2, 1.1),
+                                                    spaced(5, 1.0, 1.0)};
+    checkSubGrids<double>(grid3, queries3, "linear", "linear");
+    checkSubGrids<double>(grid3, queries3, "nearest", "linear");
+    // One dimension: the only query dimension is split.
+    const std::vector<std::vector<double>> grid1{spaced(9, 0.0, 0.5)};
+    const std::vector<std::vector<double>> queries1{spaced(5000, -0.3, 0.001)};
+    checkSubGrids<double>(grid1, queries1, "linear", "nearest");
+    checkSubGrids<float>(grid1, queries1, "linear", "linear");
 }

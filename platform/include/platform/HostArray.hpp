@@ -1,7 +1,8 @@
 // HostArray: the embedded host's array value. A cheap handle with shared ownership (atomic
 // counts) to numeric arrays (any class, real or interleaved complex, optionally flagged
 // sparse), cells, struct arrays, char arrays and string objects. Dimensions are column-major
-// and always at least two, as the host has no one-dimensional arrays.
+// and always at least two, as the host has no one-dimensional arrays. A struct field may
+// keep the arrays of all its elements as equal slices of one block (see setFieldSlices).
 #pragma once
 
 #include <complex>
@@ -56,6 +57,17 @@ struct ObjectValue {
     virtual ~ObjectValue() = default;
 };
 
+// What a struct field's value is, read without making a handle (no reference count is
+// touched): for loops over the many elements of a struct array.
+struct FieldValueView {
+    bool present = false; // false: the field was never set
+    ClassId cls = ClassId::Unknown;
+    bool complex = false;
+    bool sparse = false;
+    std::uint64_t numel = 0;
+    const void* data = nullptr; // numeric and char arrays
+};
+
 class HostArray {
 public:
     HostArray() = default; // the null handle: no array (a missing cell element)
@@ -68,13 +80,6 @@ public:
     // any handle to the array exists. Complex data are interleaved (re, im, re, ...).
     static HostArray wrapNumeric(void* data, Dims dims, ClassId cls, bool complex,
                                  std::shared_ptr<const void> owner, bool readOnly = false);
-    // `count` arrays like wrapNumeric's, array i over the slice of `data` that starts at
-    // i * (bytes of one array), written to out[0..count). Their records share one allocation
-    // (each array still owns its dimension vector), so many small arrays cost little; the
-    // records and `owner` live until the last of the arrays is gone.
-    static void wrapNumericBatch(void* data, const Dims& dims, ClassId cls, bool complex,
-                                 std::shared_ptr<const void> owner, std::uint64_t count,
-                                 HostArray* out);
     static HostArray scalar(double v);
     static HostArray scalarSingle(float v);
     // Convenience: a double row (1 x n) or column (n x 1) holding the given values.
@@ -105,7 +110,9 @@ public:
     HostArray sharedCopy() const noexcept { return *this; }
     void release() noexcept { data_.reset(); }
     long useCount() const noexcept { return data_.use_count(); }
-    bool sameArray(const HostArray& o) const noexcept { return data_ == o.data_; }
+    bool sameArray(const HostArray& o) const noexcept {
+        return data_ == o.data_ && offset_ == o.offset_;
+    }
     // A deep copy: new buffers, cells and struct fields copied recursively.
     HostArray deepCopy() const;
 
@@ -149,10 +156,17 @@ public:
     const std::vector<std::string>& fieldNames() const;
     std::uint64_t numberOfFields() const;
     std::optional<std::uint64_t> fieldIndex(std::string_view name) const;
-    // A reference into the struct array: valid while the struct array and that field live.
-    const HostArray& getField(std::uint64_t element, std::uint64_t field) const;
+    // The value of a field of one element; the null handle when it was never set.
+    HostArray getField(std::uint64_t element, std::uint64_t field) const;
     HostArray getField(std::uint64_t element, std::string_view name) const;
     void setField(std::uint64_t element, std::uint64_t field, HostArray a);
+    FieldValueView fieldView(std::uint64_t element, std::uint64_t field) const;
+    // Sets field `field` of every element at once: element k's value becomes a numeric array
+    // of shape `dims` over the k-th slice of `block` (slices of that shape's size, back to
+    // back). No per-element record is made, so a struct array of many elements costs about
+    // what one numeric array does; `owner` keeps the block alive while any slice is in use.
+    void setFieldSlices(std::uint64_t field, void* block, const Dims& dims, ClassId cls,
+                        bool complex, std::shared_ptr<const void> owner);
 
     // ---- text ------------------------------------------------------------------------
     const std::u16string& charData() const;                   // char arrays
@@ -162,8 +176,10 @@ public:
     std::shared_ptr<ObjectValue> objectValue() const;
 
 private:
-    explicit HostArray(std::shared_ptr<ArrayData> d) : data_(std::move(d)) {}
+    explicit HostArray(std::shared_ptr<ArrayData> d, std::size_t offset = 0)
+        : data_(std::move(d)), offset_(offset) {}
     std::shared_ptr<ArrayData> data_;
+    std::size_t offset_ = 0; // bytes from the record's data: a slice of a field block
 };
 
 } // namespace platform
