@@ -462,6 +462,13 @@ FieldValueView HostArray::fieldView(std::uint64_t element, std::uint64_t field) 
             d->sparse, d->numel, static_cast<const unsigned char*>(d->data) + offset};
 }
 
+HostArray HostArray::slicedField(std::uint64_t field) const {
+    if (field >= numberOfFields()) throw std::out_of_range("slicedField");
+    const ArrayExtra& x = data_->ext();
+    if (x.columns.empty() || !x.columns[field]) return {};
+    return HostArray(x.columns[field]);
+}
+
 HostArray HostArray::getField(std::uint64_t element, std::string_view name) const {
     auto f = fieldIndex(name);
     if (!f) throw std::out_of_range("getField: no such field");

@@ -324,18 +324,16 @@ py::dtype dtypeObject(const char* dt) {
     return *d;
 }
 
-std::vector<py::ssize_t> shapeOf(const Dims& dims) {
-    std::vector<py::ssize_t> shape;
-    for (auto e : dims)
-        shape.push_back(static_cast<py::ssize_t>(e));
-    return shape;
-}
-
 // Fills an object array of the host dimensions (column-major order of elements).
 py::object objectArray(const Dims& dims, const std::vector<py::object>& items) {
     py::array flat = numpy().attr("empty")(items.size(), py::arg("dtype") = "object");
-    for (std::size_t k = 0; k < items.size(); ++k)
-        flat.attr("__setitem__")(k, items[k]);
+    // Straight into the slots (NumPy filled them with None): struct arrays can be large.
+    auto** slots = static_cast<PyObject**>(flat.mutable_data());
+    for (std::size_t k = 0; k < items.size(); ++k) {
+        PyObject* old = slots[k];
+        slots[k] = items[k].inc_ref().ptr();
+        Py_XDECREF(old);
+    }
     Dims d = dims;
     if (d.size() == 2 && d[1] == 1) d.pop_back(); // the column rule
     py::tuple shape(d.size());
@@ -354,28 +352,41 @@ HostArray toHost(py::handle obj) {
     return toHostImpl(obj, 0);
 }
 
-py::array numericView(const HostArray& a, bool writeable) {
+namespace {
+// A Python object that keeps a host array alive, as the base of NumPy arrays over its data.
+py::capsule keeper(const HostArray& a) {
+    auto* keep = new HostArray(a.sharedCopy());
+    return py::capsule(keep, [](void* p) { delete static_cast<HostArray*>(p); });
+}
+
+// A NumPy array over `data`, shaped like a (an n x 1 column becomes 1-D when columnRule is
+// set), with `base` keeping the data alive.
+py::array arrayOver(const HostArray& a, void* data, py::handle base, bool writeable,
+                    bool columnRule) {
     const char* dt = dtypeOf(a.classId(), a.isComplex());
     if (!dt) throw py::type_error("not a numeric host array");
     const Dims& dims = a.dimensions();
-    std::vector<py::ssize_t> strides;
+    const std::size_t n = columnRule && dims.size() == 2 && dims[1] == 1 ? 1 : dims.size();
+    std::vector<py::ssize_t> shape(n), strides(n);
     py::ssize_t stride = static_cast<py::ssize_t>(a.elementBytes());
-    for (auto e : dims) {
-        strides.push_back(stride);
-        stride *= static_cast<py::ssize_t>(e == 0 ? 1 : e);
+    for (std::size_t k = 0; k < n; ++k) {
+        shape[k] = static_cast<py::ssize_t>(dims[k]);
+        strides[k] = stride;
+        stride *= static_cast<py::ssize_t>(dims[k] == 0 ? 1 : dims[k]);
     }
-    auto* keep = new HostArray(a.sharedCopy());
-    py::capsule owner(keep, [](void* p) { delete static_cast<HostArray*>(p); });
-    py::array out(dtypeObject(dt), shapeOf(dims), strides,
-                  a.numberOfElements() ? a.rawData() : nullptr, owner);
+    py::array out(dtypeObject(dt), shape, strides, a.numberOfElements() ? data : nullptr, base);
     if (!writeable || a.isReadOnly()) out.attr("setflags")(py::arg("write") = false);
     return out;
+}
+} // namespace
+
+py::array numericView(const HostArray& a, bool writeable) {
+    return arrayOver(a, a.rawData(), keeper(a), writeable, false);
 }
 
 py::object fromHost(const HostArray& a, bool writeable) {
     if (a.isNull()) return py::none();
     const Dims& dims = a.dimensions();
-    const bool column = dims.size() == 2 && dims[1] == 1;
     const bool row = dims.size() == 2 && dims[0] == 1;
     switch (a.classId()) {
     case ClassId::Cell: {
@@ -396,11 +407,26 @@ py::object fromHost(const HostArray& a, bool writeable) {
         std::vector<py::str> keys; // made once: struct arrays can have many elements
         for (const auto& n : names)
             keys.emplace_back(n);
+        // A field kept as slices of one block: one keeper is the base of all its arrays.
+        std::vector<HostArray> sliced(names.size());
+        std::vector<py::object> keepers(names.size());
+        for (std::uint64_t f = 0; f < names.size(); ++f) {
+            sliced[f] = a.slicedField(f);
+            if (sliced[f]) keepers[f] = keeper(sliced[f]);
+        }
         items.reserve(a.numberOfElements());
         for (std::uint64_t k = 0; k < a.numberOfElements(); ++k) {
             py::dict d;
-            for (std::uint64_t f = 0; f < names.size(); ++f)
-                d[keys[f]] = fromHost(a.getField(k, f), writeable);
+            for (std::uint64_t f = 0; f < names.size(); ++f) {
+                if (sliced[f]) {
+                    const HostArray& s = sliced[f];
+                    auto* data = static_cast<unsigned char*>(s.rawData()) +
+                                 k * s.numberOfElements() * s.elementBytes();
+                    d[keys[f]] = arrayOver(s, data, keepers[f], writeable, true);
+                } else {
+                    d[keys[f]] = fromHost(a.getField(k, f), writeable);
+                }
+            }
             items.push_back(std::move(d));
         }
         if (a.numberOfElements() == 1) return items[0];
@@ -436,12 +462,7 @@ py::object fromHost(const HostArray& a, bool writeable) {
     default:
         break;
     }
-    py::array view = numericView(a, writeable);
-    if (column) {
-        py::tuple shape = py::make_tuple(static_cast<py::ssize_t>(dims[0]));
-        return view.attr("reshape")(shape);
-    }
-    return view;
+    return arrayOver(a, a.rawData(), keeper(a), writeable, true);
 }
 
 } // namespace mathinterp_py

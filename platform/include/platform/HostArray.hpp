@@ -161,6 +161,10 @@ public:
     HostArray getField(std::uint64_t element, std::string_view name) const;
     void setField(std::uint64_t element, std::uint64_t field, HostArray a);
     FieldValueView fieldView(std::uint64_t element, std::uint64_t field) const;
+    // When the field is kept as slices (setFieldSlices): element 0's value, whose record and
+    // owner every element's value shares; element k's data start k * (bytes of one value)
+    // later. Otherwise the null handle.
+    HostArray slicedField(std::uint64_t field) const;
     // Sets field `field` of every element at once: element k's value becomes a numeric array
     // of shape `dims` over the k-th slice of `block` (slices of that shape's size, back to
     // back). No per-element record is made, so a struct array of many elements costs about
