@@ -66,3 +66,23 @@ def test_errors_keep_their_literal_texts():
         mathinterp.gridStructsInterpFcn((x, y), (bad,), (x, y))
     with pytest.raises(mathinterp.InterpolationError, match="matching the grid size"):
         mathinterp.gridStructsInterpFcn((x, y), (recs.T,), (x, y))
+
+
+def test_result_arrays_are_independent_and_outlive_the_result():
+    recs = records()
+    for r in recs.flat:
+        r["row"] = r["p"].reshape(1, 3)
+    qx, qy = np.linspace(0, 2.5, 4), np.linspace(-1, 3, 3)
+    (out,) = mathinterp.gridStructsInterpFcn((x, y), (recs,), (qx, qy))
+    a, b = out[1, 2]["p"], out[2, 2]["p"]
+    assert a.shape == (3,) and out[0, 0]["row"].shape == (1, 3)
+    keep = b.copy()
+    a[:] = -7.0
+    np.testing.assert_array_equal(b, keep)
+    np.testing.assert_array_equal(out[1, 2]["p"], [-7.0, -7.0, -7.0])
+    z = out[3, 1]["z"]
+    expect = z.copy()
+    del out, a, b
+    import gc
+    gc.collect()
+    np.testing.assert_array_equal(z, expect)
