@@ -86,3 +86,14 @@ def test_result_arrays_are_independent_and_outlive_the_result():
     import gc
     gc.collect()
     np.testing.assert_array_equal(z, expect)
+
+
+def test_a_result_serves_as_grid_values_again():
+    # Results are read back through the same checks and gather as any struct array.
+    recs = records()
+    qx, qy = np.linspace(0, 2.5, 60), np.linspace(-1, 3, 50)
+    (out,) = mathinterp.gridStructsInterpFcn((x, y), (recs,), (qx, qy))
+    (again,) = mathinterp.gridStructsInterpFcn((qx, qy), (out,), (qx, qy))
+    for i, j in [(0, 0), (17, 31), (59, 49)]:
+        for name in ("p", "z"):
+            np.testing.assert_array_equal(again[i, j][name], out[i, j][name])
