@@ -103,6 +103,16 @@ __attribute__((target("avx2"))) inline void locate(const SimdAxis& a, __m256d x,
     bad = _mm256_or_pd(bad, _mm256_cmp_pd(tOut, tOut, _CMP_UNORD_Q)); // a NaN query
 }
 
+// Asks for the coordinates of query q + kQueryAhead in each of d columns. The packed kernels'
+// value loads miss often enough that the hardware's stream prefetch alone falls behind on
+// the query columns (half of the 2-D cubic time went to query loads before this).
+inline constexpr u64 kQueryAhead = 64;
+inline void prefetchQueries(const double* const* col, int d, u64 q, u64 e) noexcept {
+    if (q + kQueryAhead + 4 > e) return;
+    for (int k = 0; k < d; ++k)
+        prefetchLine(col[k] + q + kQueryAhead);
+}
+
 // Results r of queries q..q+3 to out[(q + l) * outStride], or, when any lane is bad, all
 // four from the scalar kernel one(q + l).
 template <class One>

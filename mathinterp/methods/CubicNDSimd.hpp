@@ -108,13 +108,7 @@ __attribute__((target("avx2"))) void cubicScattered2(const SimdAxis* ax, const d
     const std::int32_t s1 = ax[1].stride;
     const u64 groups = (e - b) / 4;
     auto fill = [&](CubicGroup& g, u64 j) {
-        // The coordinates of later groups too: the hardware's stream prefetch falls behind
-        // while the rows' requests occupy the miss buffers.
-        const u64 qa = b + 4 * (j + kAhead);
-        if (qa + 4 <= e) {
-            prefetchLine(col[0] + qa);
-            prefetchLine(col[1] + qa);
-        }
+        prefetchQueries(col, 2, b + 4 * j, e);
         locateCubic(ax, col, b + 4 * j, g);
         if (g.scalar) return;
         for (int l = 0; l < 4; ++l)

@@ -19,6 +19,7 @@ linearScattered(const SimdAxis* ax, const double* values, const std::int32_t* co
     const __m256d oneV = _mm256_set1_pd(1.0);
     u64 q = b;
     for (; q + 4 <= e; q += 4) {
+        prefetchQueries(col, D, q, e);
         __m128i offset = _mm_setzero_si128();
         __m256d t[D];
         __m256d bad = _mm256_setzero_pd();

@@ -18,6 +18,7 @@ __attribute__((target("avx2"))) void nearestScattered(const SimdAxis* ax, const 
     const __m256i pack = _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6); // 64-bit masks to 32-bit
     u64 q = b;
     for (; q + 4 <= e; q += 4) {
+        prefetchQueries(col, D, q, e);
         __m128i offset = _mm_setzero_si128();
         __m256d bad = _mm256_setzero_pd();
         for (int k = 0; k < D; ++k) {
