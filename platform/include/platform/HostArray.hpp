@@ -108,7 +108,10 @@ public:
     explicit operator bool() const noexcept { return static_cast<bool>(data_); }
     bool isNull() const noexcept { return !data_; }
     HostArray sharedCopy() const noexcept { return *this; }
-    void release() noexcept { data_.reset(); }
+    void release() noexcept {
+        data_.reset();
+        offset_ = 0;
+    }
     long useCount() const noexcept { return data_.use_count(); }
     bool sameArray(const HostArray& o) const noexcept {
         return data_ == o.data_ && offset_ == o.offset_;
