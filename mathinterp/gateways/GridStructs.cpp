@@ -126,8 +126,9 @@ struct Problem {
 
 // The query grid is evaluated in sub-grids, one task each: rows [i0, i0 + ni) of the first
 // query dimension, every index of the middle ones and columns [j0, j0 + nj) of the last. A
-// sub-grid's results (plane-major) fit in its core's cache until they are transposed into
-// the field block, where each query point's elements lie together.
+// sub-grid's results (plane-major, about kSubGridBytes) stay in the caches until they are
+// transposed into the field block, where each query point's elements lie together; 2 MiB
+// beat 0.25, 0.5, 1 and 4 MiB on the benchmark's 16-element fields.
 constexpr u64 kSubGridBytes = u64{2048} << 10;
 constexpr u64 kRows = 128; // first-dimension extent that sub-grids aim at
 

@@ -18,6 +18,7 @@
 #include <limits>
 #include <random>
 #include <stdexcept>
+#include <thread>
 
 using namespace mathinterp;
 using testsupport::GridData;
@@ -264,4 +265,19 @@ TEST(ForEachRange, ThresholdAndGrain) {
     forEachRange(100000, mark);
     for (const auto& s : seen)
         ASSERT_EQ(s.load(), 1);
+    // Inside a SerialScope (nested in an outer parallel loop) the body runs once, here.
+    {
+        const SerialScope serial;
+        const auto self = std::this_thread::get_id();
+        calls = 0;
+        auto once = [&](u64 b, u64 e) {
+            calls.fetch_add(1);
+            EXPECT_EQ(b, 0u);
+            EXPECT_EQ(e, 100000u);
+            EXPECT_EQ(std::this_thread::get_id(), self);
+        };
+        forEachRange(100000, once);
+        EXPECT_EQ(calls.load(), 1);
+    }
+    EXPECT_FALSE(detail::inSerialScope()) << "the scope ends with its block";
 }
