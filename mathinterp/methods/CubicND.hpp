@@ -262,6 +262,8 @@ private:
         if constexpr (hasSimdPath<double>) {
             if (!simd::avx2Available() || this->numDims != 2) return;
             if (totalValues >= (u64{1} << 31)) return;
+            // Interior cells (the only packed ones) need four points in each dimension.
+            if (this->gridSizes[0] < 4 || this->gridSizes[1] < 4) return;
             platform::HostVector<simd::SimdAxis> axes(2);
             for (u64 k = 0; k < 2; ++k) {
                 axes[k] = simd::simdAxis(this->gridVectors[k], this->gridSizes[k],

@@ -48,28 +48,39 @@ struct CubicGroup {
     bool scalar;
 };
 
+// The interval of each lane when it is an interior one (1 <= i <= n - 3), with t as makePair
+// forms it; bad where it is not, or where the guess missed. Only interior cells are wanted,
+// so the guess is clamped to them and the cell check alone decides: a query in a first or
+// last cell, outside the grid or NaN fails it, as does a missed guess.
+__attribute__((target("avx2"))) inline void
+locateInterior(const SimdAxis& a, __m256d x, __m128i& iOut, __m256d& tOut, __m256d& bad) noexcept {
+    __m256d guess =
+        _mm256_sub_pd(_mm256_mul_pd(x, _mm256_set1_pd(a.inv)), _mm256_set1_pd(a.firstTimesInv));
+    guess = _mm256_min_pd(_mm256_max_pd(guess, _mm256_set1_pd(1.0)),
+                          _mm256_set1_pd(static_cast<double>(a.last - 1)));
+    const __m128i i = _mm256_cvttpd_epi32(guess);
+    __m256d gi, gi1;
+    loadPairs(a.g, i, gi, gi1);
+    const __m256d inCell =
+        _mm256_and_pd(_mm256_cmp_pd(x, gi, _CMP_GE_OQ), _mm256_cmp_pd(x, gi1, _CMP_LT_OQ));
+    bad = _mm256_or_pd(bad, _mm256_andnot_pd(inCell, _mm256_castsi256_pd(_mm256_set1_epi64x(-1))));
+    iOut = i;
+    tOut = _mm256_div_pd(_mm256_sub_pd(x, gi), _mm256_sub_pd(gi1, gi));
+}
+
 __attribute__((target("avx2"))) inline void
 locateCubic(const SimdAxis* ax, const double* const* col, u64 q, CubicGroup& g) noexcept {
     __m256d bad = _mm256_setzero_pd();
     __m128i i0, i1;
-    __m256d t0, t1;
-    locate(ax[0], _mm256_loadu_pd(col[0] + q), i0, t0, bad);
-    locate(ax[1], _mm256_loadu_pd(col[1] + q), i1, t1, bad);
-    // Interior cells only: 0 < i < last in both dimensions.
-    const __m128i one32 = _mm_set1_epi32(1);
-    const __m128i outside =
-        _mm_or_si128(_mm_or_si128(_mm_cmplt_epi32(i0, one32),
-                                  _mm_cmpgt_epi32(i0, _mm_set1_epi32(ax[0].last - 1))),
-                     _mm_or_si128(_mm_cmplt_epi32(i1, one32),
-                                  _mm_cmpgt_epi32(i1, _mm_set1_epi32(ax[1].last - 1))));
-    g.scalar = _mm_movemask_epi8(outside) != 0 || _mm256_movemask_pd(bad) != 0;
+    locateInterior(ax[0], _mm256_loadu_pd(col[0] + q), i0, g.t0, bad);
+    locateInterior(ax[1], _mm256_loadu_pd(col[1] + q), i1, g.t1, bad);
+    g.scalar = _mm256_movemask_pd(bad) != 0;
     if (g.scalar) return;
+    const __m128i one32 = _mm_set1_epi32(1);
     const __m128i first =
         _mm_add_epi32(_mm_sub_epi32(i0, one32),
                       _mm_mullo_epi32(_mm_sub_epi32(i1, one32), _mm_set1_epi32(ax[1].stride)));
     _mm_store_si128(reinterpret_cast<__m128i*>(g.first), first);
-    g.t0 = t0;
-    g.t1 = t1;
 }
 
 // The 16 values of each lane, reduced: rows along dimension 0 transposed into lanes.

@@ -685,9 +685,15 @@ TEST(SplineCubicND, TwoMethodEvaluatorsUsePerPointKernels) {
 // coordinates, and values with infinities and NaNs, on two uniform grids and two planes.
 TEST(CubicND, BatchedQueriesEqualOneAtATime) {
     const double inf = std::numeric_limits<double>::infinity(), nan = std::nan("");
-    for (int which = 0; which < 2; ++which) {
-        Grid g = which == 0 ? makeGrid({uniform(0.0, 1.0, 9), uniform(-2.0, 0.5, 7)})
-                            : makeGrid({uniform(0.1, 0.1, 23), uniform(3.0, 0.3, 5)});
+    // Uniform grids (guesses land), an irregular one (guesses miss) and the smallest sizes
+    // (four points: one interior cell; three: none).
+    const std::vector<std::vector<std::vector<double>>> axes{
+        {uniform(0.0, 1.0, 9), uniform(-2.0, 0.5, 7)},
+        {uniform(0.1, 0.1, 23), uniform(3.0, 0.3, 5)},
+        {{0.0, 0.1, 0.5, 0.6, 2.0, 2.1, 5.0}, {-1.0, 0.0, 0.01, 3.0, 3.5}},
+        {{0.0, 1.0, 2.0, 3.0}, {0.0, 0.5, 1.0}}};
+    for (std::size_t which = 0; which < axes.size(); ++which) {
+        Grid g = makeGrid(axes[which]);
         std::mt19937_64 rng(41 + which);
         std::uniform_real_distribution<double> uv(-3.0, 3.0);
         g.fill([&](const Point&) {
