@@ -429,16 +429,19 @@ std::size_t sliceBytes(const ArrayData& column) {
     return static_cast<std::size_t>(column.numel) * elementSize(column.cls) *
            (column.complex ? 2 : 1);
 }
+
+// The record of a field kept as slices, or null when the field's values are in `items`.
+const std::shared_ptr<ArrayData>* columnOf(const ArrayExtra& x, std::uint64_t field) {
+    return !x.columns.empty() && x.columns[field] ? &x.columns[field] : nullptr;
+}
 } // namespace
 
 HostArray HostArray::getField(std::uint64_t element, std::uint64_t field) const {
     const std::uint64_t nf = numberOfFields();
     if (element >= data_->numel || field >= nf) throw std::out_of_range("getField");
     const ArrayExtra& x = data_->ext();
-    if (!x.columns.empty() && x.columns[field]) {
-        const std::shared_ptr<ArrayData>& column = x.columns[field];
-        return HostArray(column, static_cast<std::size_t>(element) * sliceBytes(*column));
-    }
+    if (const auto* column = columnOf(x, field))
+        return HostArray(*column, static_cast<std::size_t>(element) * sliceBytes(**column));
     if (x.items.empty()) return {};
     return x.items[element * nf + field];
 }
@@ -449,8 +452,8 @@ FieldValueView HostArray::fieldView(std::uint64_t element, std::uint64_t field) 
     const ArrayExtra& x = data_->ext();
     const ArrayData* d = nullptr;
     std::size_t offset = 0;
-    if (!x.columns.empty() && x.columns[field]) {
-        d = x.columns[field].get();
+    if (const auto* column = columnOf(x, field)) {
+        d = column->get();
         offset = static_cast<std::size_t>(element) * sliceBytes(*d);
     } else if (!x.items.empty()) {
         const HostArray& h = x.items[element * nf + field];
@@ -464,9 +467,8 @@ FieldValueView HostArray::fieldView(std::uint64_t element, std::uint64_t field) 
 
 HostArray HostArray::slicedField(std::uint64_t field) const {
     if (field >= numberOfFields()) throw std::out_of_range("slicedField");
-    const ArrayExtra& x = data_->ext();
-    if (x.columns.empty() || !x.columns[field]) return {};
-    return HostArray(x.columns[field]);
+    const auto* column = columnOf(data_->ext(), field);
+    return column ? HostArray(*column) : HostArray();
 }
 
 HostArray HostArray::getField(std::uint64_t element, std::string_view name) const {
@@ -480,7 +482,7 @@ void HostArray::setField(std::uint64_t element, std::uint64_t field, HostArray a
     if (element >= data_->numel || field >= nf) throw std::out_of_range("setField");
     ArrayExtra& x = data_->x();
     if (x.items.empty()) x.items.resize(data_->numel * nf);
-    if (!x.columns.empty() && x.columns[field]) {
+    if (columnOf(x, field)) {
         // The other elements keep their slices, now as handles of their own.
         const std::shared_ptr<ArrayData> column = std::move(x.columns[field]);
         const std::size_t bytes = sliceBytes(*column);
