@@ -22,7 +22,11 @@ struct SimdAxis {
     const double* g = nullptr;
     double second = 0, penultimate = 0; // g[1], g[n-2]
     double inv = 0, firstTimesInv = 0;  // guess = x * inv - firstTimesInv
-    std::int32_t last = 0;              // n - 2
+    // Set when every g[i] is g[0] + i * step as the packed code evaluates it (a product, then
+    // a sum, each rounded): a cell's ends are then computed, not loaded, with the same bits.
+    bool arithmetic = false;
+    double step = 0;
+    std::int32_t last = 0; // n - 2
     std::int32_t stride = 0;
 };
 
@@ -32,23 +36,19 @@ inline constexpr bool allDouble =
     std::is_same_v<G, double> && std::is_same_v<V, double> && std::is_same_v<Q, double>;
 
 // Dimension with grid g[0..n), n >= 2 and mean spacing ms; stride in the value plane.
-inline SimdAxis simdAxis(const double* g, u64 n, double ms, u64 stride) noexcept {
-    SimdAxis a;
-    a.g = g;
-    a.second = g[1];
-    a.penultimate = g[n - 2];
-    a.inv = 1.0 / ms;
-    a.firstTimesInv = g[0] * a.inv;
-    a.last = static_cast<std::int32_t>(n - 2);
-    a.stride = static_cast<std::int32_t>(stride);
-    return a;
-}
+SimdAxis simdAxis(const double* g, u64 n, double ms, u64 stride) noexcept;
+
+// The widest packed instruction set the kernels may take: what the processor offers, capped
+// by limitSimd. A method reads it when it builds its tables; every level gives the same bits,
+// so the cap only lets tests run each path on one machine (and a user rule a path out).
+enum class SimdLevel : int { None = 0, Avx2 = 1, Avx512 = 2 };
+SimdLevel simdLevel() noexcept;
+void limitSimd(SimdLevel cap) noexcept;
 
 #ifdef MATHINTERP_SIMD
 
 inline bool avx2Available() noexcept {
-    static const bool yes = __builtin_cpu_supports("avx2");
-    return yes;
+    return simdLevel() >= SimdLevel::Avx2;
 }
 
 // base[idx[l]] and base[idx[l] + 1] of four lanes as two vectors: four 16-byte loads and a
@@ -61,6 +61,19 @@ __attribute__((target("avx2"))) inline void loadPairs(const double* base, __m128
     const __m256d v13 = _mm256_set_m128d(_mm_loadu_pd(base + o[3]), _mm_loadu_pd(base + o[1]));
     lo = _mm256_unpacklo_pd(v02, v13);
     hi = _mm256_unpackhi_pd(v02, v13);
+}
+
+// g[i] and g[i+1] of four lanes: computed on an arithmetic grid, loaded otherwise.
+__attribute__((target("avx2"))) inline void cellEnds(const SimdAxis& a, __m128i i, __m256d& gi,
+                                                     __m256d& gi1) noexcept {
+    if (a.arithmetic) {
+        const __m256d fi = _mm256_cvtepi32_pd(i), step = _mm256_set1_pd(a.step);
+        const __m256d g0 = _mm256_set1_pd(a.g[0]);
+        gi = _mm256_add_pd(g0, _mm256_mul_pd(fi, step));
+        gi1 = _mm256_add_pd(g0, _mm256_mul_pd(_mm256_add_pd(fi, _mm256_set1_pd(1.0)), step));
+    } else {
+        loadPairs(a.g, i, gi, gi1);
+    }
 }
 
 // Lane l of x: interval i (as IntervalSearch::find) with its ends g[i], g[i+1]; bad set where
@@ -83,7 +96,7 @@ __attribute__((target("avx2"))) inline void locateCell(const SimdAxis& a, __m256
     i = _mm_andnot_si128(lowI, i);
     i = _mm_blendv_epi8(i, _mm_set1_epi32(a.last), highI);
     __m256d gi, gi1;
-    loadPairs(a.g, i, gi, gi1);
+    cellEnds(a, i, gi, gi1);
     const __m256d inCell =
         _mm256_and_pd(_mm256_cmp_pd(x, gi, _CMP_GE_OQ), _mm256_cmp_pd(x, gi1, _CMP_LT_OQ));
     bad = _mm256_or_pd(bad, _mm256_andnot_pd(_mm256_or_pd(_mm256_or_pd(low, high), inCell),
@@ -111,6 +124,15 @@ inline void prefetchQueries(const double* const* col, int d, u64 q, u64 e) noexc
     if (q + kQueryAhead + 4 > e) return;
     for (int k = 0; k < d; ++k)
         prefetchLine(col[k] + q + kQueryAhead);
+}
+
+// The lanes set in bad (bit l: query q + l) redone by the scalar kernel one(q + l).
+template <class One>
+inline void redoLanes(unsigned bad, u64 q, double* out, u64 outStride, One& one) {
+    for (; bad != 0; bad &= bad - 1) {
+        const u64 l = static_cast<u64>(__builtin_ctz(bad));
+        out[(q + l) * outStride] = one(q + l);
+    }
 }
 
 // Results r of queries q..q+3 to out[(q + l) * outStride], or, when any lane is bad, all

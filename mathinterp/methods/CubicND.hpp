@@ -11,6 +11,7 @@
 #include "mathinterp/core/OnceGuard.hpp"
 #include "mathinterp/methods/CubicConvolution.hpp"
 #include "mathinterp/methods/CubicNDSimd.hpp"
+#include "mathinterp/methods/CubicNDSimd512.hpp"
 #include "mathinterp/methods/InterpMethodND.hpp"
 
 #include <cstdint>
@@ -116,8 +117,8 @@ public:
         }
     }
 
-    // The packed scattered path: double grid, values and queries, d = 2, AVX2, and a value
-    // plane small enough for 32-bit offsets.
+    // The packed scattered path: double grid, values and queries, d = 2, AVX2 (eight lanes
+    // with AVX-512), and a value plane small enough for 32-bit offsets.
     template <class Q>
     static constexpr bool hasSimdPath = simd::allDouble<G, V, Q>;
     bool simdUsable() const noexcept { return !simdAxes.empty(); }
@@ -126,6 +127,11 @@ public:
     template <u64 D, class Q, class One>
     void scatteredSimd(const Q* const* col, u64 b, u64 e, V* out, u64 stride, One&& one) const {
         if constexpr (hasSimdPath<Q> && D == 2) {
+#ifdef MATHINTERP_SIMD
+            if (eightLanes)
+                return simd::cubicScattered2x8(simdAxes.data(), this->values, col, b, e, out,
+                                               stride, one);
+#endif
             simd::cubicScattered2(simdAxes.data(), this->values, col, b, e, out, stride, one);
         } else {
             for (u64 q = b; q < e; ++q)
@@ -270,10 +276,12 @@ private:
                                          this->meanSpacing[k], this->strides[k]);
             }
             simdAxes.swap(axes);
+            eightLanes = simd::simdLevel() >= simd::SimdLevel::Avx512;
         }
     }
 
     platform::HostVector<simd::SimdAxis> simdAxes; // empty: the packed path is off
+    bool eightLanes = false;
     OnceGuard guard_;
 };
 

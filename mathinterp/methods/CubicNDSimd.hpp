@@ -1,8 +1,8 @@
 // The scattered 2-D cubic-convolution kernel four queries at a time with AVX2 (double grid,
 // values and queries), for interior cells: the packed interval search, the weights, four
 // rows of four values per query transposed into lanes, and the same sums in the same order
-// as the scalar kernel, so each lane gets its bits. Groups with a boundary cell (phantom
-// values), a guess that needs a bisection or a NaN query take the scalar kernel.
+// as the scalar kernel, so each lane gets its bits. A query in a boundary cell (phantom
+// values), whose guess needs a bisection, or that is NaN, takes the scalar kernel alone.
 #pragma once
 
 #include "mathinterp/core/SimdSearch.hpp"
@@ -41,26 +41,29 @@ __attribute__((target("avx2"))) inline __m256d convolve4(const PackedCubicWeight
 }
 
 // Where a group of four queries sits: first neighbourhood entry per lane, cell fractions,
-// and whether the group must take the scalar kernel (boundary cell, missed guess, NaN query).
+// and the lanes that must take the scalar kernel (boundary cell, missed guess, NaN query).
+// Every lane's entry is a valid one, so the whole group is reduced and those lanes redone.
 struct CubicGroup {
     alignas(16) std::int32_t first[4];
     __m256d t0, t1;
-    bool scalar;
+    unsigned bad; // bit l: lane l
 };
 
 // The interval of each lane when it is an interior one (1 <= i <= n - 3), with t as makePair
 // forms it; bad where it is not, or where the guess missed. Only interior cells are wanted,
 // so the guess is clamped to them and the cell check alone decides: a query in a first or
-// last cell, outside the grid or NaN fails it, as does a missed guess.
+// last cell, outside the grid or NaN fails it, as does a missed guess. The clamp also keeps
+// a failing lane's neighbourhood inside the grid.
 __attribute__((target("avx2"))) inline void
 locateInterior(const SimdAxis& a, __m256d x, __m128i& iOut, __m256d& tOut, __m256d& bad) noexcept {
     __m256d guess =
         _mm256_sub_pd(_mm256_mul_pd(x, _mm256_set1_pd(a.inv)), _mm256_set1_pd(a.firstTimesInv));
+    // max before min, NaN first: a NaN guess becomes 1.
     guess = _mm256_min_pd(_mm256_max_pd(guess, _mm256_set1_pd(1.0)),
                           _mm256_set1_pd(static_cast<double>(a.last - 1)));
     const __m128i i = _mm256_cvttpd_epi32(guess);
     __m256d gi, gi1;
-    loadPairs(a.g, i, gi, gi1);
+    cellEnds(a, i, gi, gi1);
     const __m256d inCell =
         _mm256_and_pd(_mm256_cmp_pd(x, gi, _CMP_GE_OQ), _mm256_cmp_pd(x, gi1, _CMP_LT_OQ));
     bad = _mm256_or_pd(bad, _mm256_andnot_pd(inCell, _mm256_castsi256_pd(_mm256_set1_epi64x(-1))));
@@ -74,8 +77,7 @@ locateCubic(const SimdAxis* ax, const double* const* col, u64 q, CubicGroup& g) 
     __m128i i0, i1;
     locateInterior(ax[0], _mm256_loadu_pd(col[0] + q), i0, g.t0, bad);
     locateInterior(ax[1], _mm256_loadu_pd(col[1] + q), i1, g.t1, bad);
-    g.scalar = _mm256_movemask_pd(bad) != 0;
-    if (g.scalar) return;
+    g.bad = static_cast<unsigned>(_mm256_movemask_pd(bad));
     const __m128i one32 = _mm_set1_epi32(1);
     const __m128i first =
         _mm_add_epi32(_mm_sub_epi32(i0, one32),
@@ -115,7 +117,6 @@ __attribute__((target("avx2"))) inline void locateAndRequest(const SimdAxis* ax,
                                                              CubicGroup& g) noexcept {
     prefetchQueries(col, 2, q, e);
     locateCubic(ax, col, q, g);
-    if (g.scalar) return;
     const std::int32_t s1 = ax[1].stride;
     for (int l = 0; l < 4; ++l)
         for (int r = 0; r < 4; ++r) {
@@ -142,13 +143,16 @@ __attribute__((target("avx2"))) void cubicScattered2(const SimdAxis* ax, const d
     for (u64 j = 0; j < groups; ++j) {
         CubicGroup& g = ring[j % kAhead];
         const u64 q = b + 4 * j;
-        if (g.scalar) {
-            for (u64 l = 0; l < 4; ++l)
-                out[(q + l) * outStride] = one(q + l);
+        const __m256d r = reduceCubic(values, s1, g);
+        if (outStride == 1) {
+            _mm256_storeu_pd(out + q, r);
         } else {
-            storeOrFallBack(reduceCubic(values, s1, g), _mm256_setzero_pd(), q, out, outStride,
-                            one);
+            alignas(32) double v[4];
+            _mm256_store_pd(v, r);
+            for (u64 l = 0; l < 4; ++l)
+                out[(q + l) * outStride] = v[l];
         }
+        redoLanes(g.bad, q, out, outStride, one);
         if (j + kAhead < groups) locateAndRequest(ax, values, col, b + 4 * (j + kAhead), e, g);
     }
     for (u64 q = b + 4 * groups; q < e; ++q)

@@ -3,6 +3,7 @@
 // nearest, the engine's NaN, routing between interpolation and extrapolation, multilinear
 // reproduction, many dimensions, and size overflow refused before any allocation.
 #include "support/Bits.hpp"
+#include "support/SimdLevels.hpp"
 
 #include "mathinterp/core/Evaluators.hpp"
 #include "mathinterp/interpolant/EvaluatorFactory.hpp"
@@ -425,64 +426,75 @@ std::vector<std::vector<double>> awkwardPoints(const Grid<double, double>& g, u6
 
 // Many queries at once take the batched (packed) loop; one query at a time takes the plain
 // kernel (linear and nearest). Both give the same bits, for values with infinities and NaNs too, in
-// 2-D and 3-D, uniform and irregular axes, with two value sets.
+// 2-D and 3-D, uniform, arithmetic and irregular axes, with two value sets, at every packed level.
 TEST(NDMethods, BatchedQueriesEqualOneAtATime) {
-    for (MethodId method : {MethodId::Linear, MethodId::Nearest}) {
-        std::vector<Grid<double, double>> grids(4);
-        grids[0].axes = {{0.0, 1.0, 3.0, 3.5, 7.0}, {-2.0, -1.5, 0.0, 4.0}};
-        grids[1].axes = {{0.0, 0.5, 1.0, 1.5, 2.0, 2.5}, {1.0, 2.0, 3.0}, {0.0, 0.25, 0.5, 0.75}};
-        grids[2].axes = {{0.0, 1.0}, {5.0, 6.0}};
-        grids[3].axes = {{-1.0, 0.1, 0.2, 0.3, 10.0}, {0.0, 1e-3, 1.0}, {0.0, 2.0}};
-        unsigned seed = 11;
-        for (auto& g : grids) {
-            std::mt19937_64 rng(seed);
-            std::uniform_real_distribution<double> uv(-5.0, 5.0);
-            g.fill([&](const std::vector<u64>&) {
-                const u64 r = rng() % 40;
-                return r == 0 ? kInf : r == 1 ? -kInf : r == 2 ? kNaN : r < 8 ? 0.5 : uv(rng);
-            });
-            // A second value set.
-            const u64 n = g.values.size();
-            std::vector<double> two(g.values);
-            for (u64 j = 0; j < n; ++j)
-                two.push_back(std::isfinite(g.values[j]) ? -2.0 * g.values[j] + 1.0 : g.values[j]);
-            EvaluatorSetup<double, double> s = g.setup();
-            s.values = two.data();
-            s.numPlanes = 2;
-            auto lin = makeEvaluator<double, double>(method, method, s);
-            const auto pts = awkwardPoints(g, 1001, seed++);
-            const u64 m = pts.size(), d = g.axes.size();
-            HostArray q = HostArray::createNumeric({m, d}, ClassId::Double);
-            for (u64 i = 0; i < m; ++i)
-                for (u64 k = 0; k < d; ++k)
-                    q.data<double>()[k * m + i] = pts[i][k];
-            HostArray out = HostArray::createNumeric({m, 2}, ClassId::Double);
-            lin->evaluateScattered(m, q, out);
-            for (u64 i = 0; i < m; ++i) {
-                HostArray q1 = HostArray::createNumeric({1, d}, ClassId::Double);
-                bool nanQuery = false;
-                for (u64 k = 0; k < d; ++k) {
-                    q1.data<double>()[k] = pts[i][k];
-                    nanQuery = nanQuery || std::isnan(pts[i][k]);
-                }
-                HostArray o1 = HostArray::createNumeric({1, 2}, ClassId::Double);
-                lin->evaluateScattered(1, q1, o1);
-                for (u64 plane = 0; plane < 2; ++plane) {
-                    const double batched = out.data<double>()[plane * m + i];
-                    const double single = o1.data<double>()[plane];
-                    if (nanQuery) {
-                        EXPECT_SAME_BITS(batched, engineNaN<double>()) << "point " << i;
-                    } else if (std::isnan(single)) {
-                        // A NaN made from NaN or infinite values: which operand's NaN an addition
-                        // keeps is the compiler's choice, so only NaN-ness is a contract.
-                        EXPECT_TRUE(std::isnan(batched)) << "point " << i;
-                    } else {
-                        EXPECT_SAME_BITS(batched, single) << "point " << i;
+    testsupport::forEachSimdLevel([] {
+        for (MethodId method : {MethodId::Linear, MethodId::Nearest}) {
+            std::vector<Grid<double, double>> grids(5);
+            grids[0].axes = {{0.0, 1.0, 3.0, 3.5, 7.0}, {-2.0, -1.5, 0.0, 4.0}};
+            grids[1].axes = {
+                {0.0, 0.5, 1.0, 1.5, 2.0, 2.5}, {1.0, 2.0, 3.0}, {0.0, 0.25, 0.5, 0.75}};
+            grids[2].axes = {{0.0, 1.0}, {5.0, 6.0}};
+            grids[3].axes = {{-1.0, 0.1, 0.2, 0.3, 10.0}, {0.0, 1e-3, 1.0}, {0.0, 2.0}};
+            // Arithmetic axes: the packed search computes their cell ends.
+            grids[4].axes.assign(2, {});
+            for (u64 i = 0; i < 12; ++i)
+                grids[4].axes[0].push_back(0.1 + 0.1 * static_cast<double>(i));
+            for (u64 i = 0; i < 6; ++i)
+                grids[4].axes[1].push_back(-3.0 + 0.7 * static_cast<double>(i));
+            unsigned seed = 11;
+            for (auto& g : grids) {
+                std::mt19937_64 rng(seed);
+                std::uniform_real_distribution<double> uv(-5.0, 5.0);
+                g.fill([&](const std::vector<u64>&) {
+                    const u64 r = rng() % 40;
+                    return r == 0 ? kInf : r == 1 ? -kInf : r == 2 ? kNaN : r < 8 ? 0.5 : uv(rng);
+                });
+                // A second value set.
+                const u64 n = g.values.size();
+                std::vector<double> two(g.values);
+                for (u64 j = 0; j < n; ++j)
+                    two.push_back(std::isfinite(g.values[j]) ? -2.0 * g.values[j] + 1.0
+                                                             : g.values[j]);
+                EvaluatorSetup<double, double> s = g.setup();
+                s.values = two.data();
+                s.numPlanes = 2;
+                auto lin = makeEvaluator<double, double>(method, method, s);
+                const auto pts = awkwardPoints(g, 1001, seed++);
+                const u64 m = pts.size(), d = g.axes.size();
+                HostArray q = HostArray::createNumeric({m, d}, ClassId::Double);
+                for (u64 i = 0; i < m; ++i)
+                    for (u64 k = 0; k < d; ++k)
+                        q.data<double>()[k * m + i] = pts[i][k];
+                HostArray out = HostArray::createNumeric({m, 2}, ClassId::Double);
+                lin->evaluateScattered(m, q, out);
+                for (u64 i = 0; i < m; ++i) {
+                    HostArray q1 = HostArray::createNumeric({1, d}, ClassId::Double);
+                    bool nanQuery = false;
+                    for (u64 k = 0; k < d; ++k) {
+                        q1.data<double>()[k] = pts[i][k];
+                        nanQuery = nanQuery || std::isnan(pts[i][k]);
+                    }
+                    HostArray o1 = HostArray::createNumeric({1, 2}, ClassId::Double);
+                    lin->evaluateScattered(1, q1, o1);
+                    for (u64 plane = 0; plane < 2; ++plane) {
+                        const double batched = out.data<double>()[plane * m + i];
+                        const double single = o1.data<double>()[plane];
+                        if (nanQuery) {
+                            EXPECT_SAME_BITS(batched, engineNaN<double>()) << "point " << i;
+                        } else if (std::isnan(single)) {
+                            // A NaN made from NaN or infinite values: which operand's NaN an
+                            // addition keeps is the compiler's choice, so only NaN-ness is a
+                            // contract.
+                            EXPECT_TRUE(std::isnan(batched)) << "point " << i;
+                        } else {
+                            EXPECT_SAME_BITS(batched, single) << "point " << i;
+                        }
                     }
                 }
             }
         }
-    }
+    });
 }
 
 // Gridded 2-D output takes the separable path (dimension 0 reduced once per query coordinate

@@ -8,6 +8,7 @@
 #include "mathinterp/methods/LinearND.hpp"
 #include "mathinterp/methods/SplineND.hpp"
 #include "support/Bits.hpp"
+#include "support/SimdLevels.hpp"
 
 #include <tbb/task_arena.h>
 
@@ -682,47 +683,56 @@ TEST(SplineCubicND, TwoMethodEvaluatorsUsePerPointKernels) {
 
 // Many scattered queries take the batched (packed) loop, one at a time the plain kernel: the
 // same bits for interior and boundary cells, outside points, grid lines, infinite and NaN
-// coordinates, and values with infinities and NaNs, on two uniform grids and two planes.
+// coordinates, and values with infinities and NaNs, on uniform grids (arithmetic ones, whose
+// cell ends the packed search computes, and one a point off), an irregular one and the
+// smallest sizes, two planes, at every packed level.
 TEST(CubicND, BatchedQueriesEqualOneAtATime) {
     const double inf = std::numeric_limits<double>::infinity(), nan = std::nan("");
     // Uniform grids (guesses land), an irregular one (guesses miss) and the smallest sizes
     // (four points: one interior cell; three: none).
+    std::vector<double> nudged = uniform(3.0, 0.3, 11);
+    nudged[6] = std::nextafter(nudged[6], 10.0);
     const std::vector<std::vector<std::vector<double>>> axes{
         {uniform(0.0, 1.0, 9), uniform(-2.0, 0.5, 7)},
-        {uniform(0.1, 0.1, 23), uniform(3.0, 0.3, 5)},
+        {uniform(0.1, 0.1, 23), nudged},
         {{0.0, 0.1, 0.5, 0.6, 2.0, 2.1, 5.0}, {-1.0, 0.0, 0.01, 3.0, 3.5}},
         {{0.0, 1.0, 2.0, 3.0}, {0.0, 0.5, 1.0}}};
-    for (std::size_t which = 0; which < axes.size(); ++which) {
-        Grid g = makeGrid(axes[which]);
-        std::mt19937_64 rng(41 + which);
-        std::uniform_real_distribution<double> uv(-3.0, 3.0);
-        g.fill([&](const Point&) {
-            const u64 r = rng() % 50;
-            return r == 0 ? inf : r == 1 ? -inf : r == 2 ? nan : uv(rng);
-        }, 2);
-        EvaluatorInterp<CubicND<double, double>> ev(setupOf(g, 2));
-        std::vector<Point> pts(999, Point(2));
-        for (auto& p : pts)
-            for (u64 k = 0; k < 2; ++k) {
-                const double lo = g.x[k].front(), hi = g.x[k].back();
-                const u64 r = rng() % 12;
-                p[k] = r == 0   ? g.x[k][rng() % g.n[k]]
-                       : r == 1 ? lo - (hi - lo) * 0.3
-                       : r == 2 ? hi + (hi - lo) * 0.2
-                       : r == 3 ? (rng() % 2 ? inf : nan)
-                                : std::uniform_real_distribution<double>(lo, hi)(rng);
-            }
-        const auto batched = scattered(ev, pts, 2);
-        const u64 m = pts.size();
-        for (u64 i = 0; i < m; ++i) {
-            const auto single = scattered(ev, {pts[i]}, 2);
-            for (u64 plane = 0; plane < 2; ++plane) {
-                const double b = batched[plane * m + i], one = single[plane];
-                if (std::isnan(one))
-                    EXPECT_SAME_BITS(b, engineNaN<double>()) << i; // the kernel's own NaN
-                else
-                    EXPECT_SAME_BITS(b, one) << i;
+    testsupport::forEachSimdLevel([&] {
+        for (std::size_t which = 0; which < axes.size(); ++which) {
+            Grid g = makeGrid(axes[which]);
+            std::mt19937_64 rng(41 + which);
+            std::uniform_real_distribution<double> uv(-3.0, 3.0);
+            g.fill(
+                [&](const Point&) {
+                    const u64 r = rng() % 50;
+                    return r == 0 ? inf : r == 1 ? -inf : r == 2 ? nan : uv(rng);
+                },
+                2);
+            EvaluatorInterp<CubicND<double, double>> ev(setupOf(g, 2));
+            std::vector<Point> pts(999, Point(2));
+            for (auto& p : pts)
+                for (u64 k = 0; k < 2; ++k) {
+                    const double lo = g.x[k].front(), hi = g.x[k].back();
+                    const u64 r = rng() % 12;
+                    p[k] = r == 0   ? g.x[k][rng() % g.n[k]]
+                           : r == 1 ? lo - (hi - lo) * 0.3
+                           : r == 2 ? hi + (hi - lo) * 0.2
+                           : r == 3 ? (rng() % 2 ? inf : nan)
+                           : r == 4 ? std::nextafter(g.x[k][rng() % g.n[k]], rng() % 2 ? inf : -inf)
+                                    : std::uniform_real_distribution<double>(lo, hi)(rng);
+                }
+            const auto batched = scattered(ev, pts, 2);
+            const u64 m = pts.size();
+            for (u64 i = 0; i < m; ++i) {
+                const auto single = scattered(ev, {pts[i]}, 2);
+                for (u64 plane = 0; plane < 2; ++plane) {
+                    const double b = batched[plane * m + i], one = single[plane];
+                    if (std::isnan(one))
+                        EXPECT_SAME_BITS(b, engineNaN<double>()) << i; // the kernel's own NaN
+                    else
+                        EXPECT_SAME_BITS(b, one) << i;
+                }
             }
         }
-    }
+    });
 }
