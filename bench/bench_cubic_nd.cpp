@@ -1,6 +1,6 @@
 // Cubic convolution and the tensor spline through the evaluators, double grid and values:
 //   Cubic1D   1000-point uniform grid, 10^6 scattered queries
-//   CubicND   1000 x 1000 grid, 10^6 scattered queries
+//   CubicND   1000 x 1000 grid, 10^6 scattered queries (also on 0..999, and capped at AVX2)
 //   SplineND  1000 x 1000 grid, 10^6 scattered queries and a 2000 x 2000 query grid
 //   SplineND  100^3 grid, 10^6 scattered queries and a 200^3 query grid
 // Evaluation is timed with the tables built (the first evaluation is outside the timing);
@@ -35,12 +35,15 @@ struct Data {
                                     // the interpolant's values from Python
     EvaluatorSetup<double, double> setup;
 
-    Data(u64 d, u64 n) : x(d) {
+    // integers: the grid is 0, 1, ..., n - 1 instead (pixel coordinates; an arithmetic grid,
+    // whose cell ends the packed search computes).
+    Data(u64 d, u64 n, bool integers = false) : x(d) {
         u64 total = 1;
         for (u64 k = 0; k < d; ++k) {
             x[k].resize(n);
             for (u64 i = 0; i < n; ++i)
-                x[k][i] = static_cast<double>(i) / static_cast<double>(n - 1);
+                x[k][i] = integers ? static_cast<double>(i)
+                                   : static_cast<double>(i) / static_cast<double>(n - 1);
             setup.grids.push_back(x[k].data());
             setup.sizes.push_back(n);
             total *= n;
@@ -61,13 +64,13 @@ struct Data {
     }
 };
 
-HostArray scatteredQueries(u64 d, u64 m) {
+HostArray scatteredQueries(u64 d, u64 m, double span = 1.0) {
     HostArray q = HostArray::createUninitialisedNumeric({m, d}, ClassId::Double);
     std::mt19937_64 rng(42);
     std::uniform_real_distribution<double> u(0.0, 1.0);
     double* p = q.data<double>();
     for (u64 i = 0; i < m * d; ++i)
-        p[i] = u(rng);
+        p[i] = span * u(rng);
     return q;
 }
 
@@ -95,11 +98,11 @@ std::unique_ptr<tbb::global_control> threads(benchmark::State& state) {
 
 // Scattered: d-dimensional grid of n^d points, m queries.
 template <class M>
-void scatteredCase(benchmark::State& state, u64 d, u64 n, u64 m) {
+void scatteredCase(benchmark::State& state, u64 d, u64 n, u64 m, bool integers = false) {
     const auto tc = threads(state);
-    const Data data(d, n);
+    const Data data(d, n, integers);
     EvaluatorInterp<M> e(data.setup);
-    const HostArray q = scatteredQueries(d, m);
+    const HostArray q = scatteredQueries(d, m, integers ? static_cast<double>(n - 1) : 1.0);
     HostArray out = HostArray::createUninitialisedNumeric({m, 1}, ClassId::Double);
     e.evaluateScattered(m, q, out); // builds the tables
     for (auto _ : state) {
@@ -160,6 +163,15 @@ void BM_Cubic1D_Scattered(benchmark::State& s) {
 void BM_CubicND_2D_Scattered(benchmark::State& s) {
     scatteredCase<CN>(s, 2, 1000, 1000000);
 }
+// The same on 0..999 (computed cell ends), and with the kernels capped at AVX2 (four lanes).
+void BM_CubicND_2D_Scattered_IntegerGrid(benchmark::State& s) {
+    scatteredCase<CN>(s, 2, 1000, 1000000, true);
+}
+void BM_CubicND_2D_Scattered_Avx2(benchmark::State& s) {
+    simd::limitSimd(simd::SimdLevel::Avx2);
+    scatteredCase<CN>(s, 2, 1000, 1000000);
+    simd::limitSimd(simd::SimdLevel::Avx512);
+}
 void BM_SplineND_2D_Scattered(benchmark::State& s) {
     scatteredCase<SN>(s, 2, 1000, 1000000);
 }
@@ -190,6 +202,8 @@ void BM_SplineND_3D_BuildLastDim(benchmark::State& s) {
 #define MI_BENCH(f) BENCHMARK(f)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime()
 MI_BENCH(BM_Cubic1D_Scattered);
 MI_BENCH(BM_CubicND_2D_Scattered);
+MI_BENCH(BM_CubicND_2D_Scattered_IntegerGrid);
+MI_BENCH(BM_CubicND_2D_Scattered_Avx2);
 MI_BENCH(BM_SplineND_2D_Scattered);
 MI_BENCH(BM_SplineND_2D_Gridded);
 MI_BENCH(BM_SplineND_3D_Scattered);
