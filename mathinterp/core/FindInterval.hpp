@@ -1,8 +1,8 @@
 // The interval (bin) search shared by every 1-D method and by each dimension of the N-D
 // methods, with the in-range test of the interpolation-plus-extrapolation drivers made in the
 // same pass. The guess from the mean spacing gives constant time on uniform grids; a
-// bisection confined to [1, n-3] corrects it on irregular ones. No state is kept between
-// queries, so queries may be split across threads in any order.
+// branchless halving of the cells on the guess's side corrects it on irregular ones. No
+// state is kept between queries, so queries may be split across threads in any order.
 #pragma once
 
 #include "mathinterp/core/Numeric.hpp"
@@ -78,26 +78,26 @@ private:
         else
             j = static_cast<u64>(q);
         const G* g = g_;
-        u64 lo = 1, hi = last_;
+        // The answer lies in [base, base + len): above the guess, or below it (g[1] <= x
+        // holds, so cell 1 is a candidate there).
+        u64 base, len;
         if (x >= g[j]) {
             if (x < g[j + 1]) return j;
-            j = j + 1;
-            lo = j;
+            base = j + 1;
+            len = last_ - j;
         } else {
-            hi = j;
-            j = j - 1;
+            base = 1;
+            len = j - 1;
         }
-        for (;;) {
-            if (x < g[j]) {
-                hi = j;
-                j = (lo + j) >> 1;
-            } else if (x < g[j + 1]) {
-                return j;
-            } else {
-                lo = j + 1;
-                j = (lo + hi) >> 1;
-            }
+        // The last cell in the range whose left end is <= x, halving with a conditional move
+        // rather than a branch: on irregular grids each step's direction is a coin toss, and
+        // a mispredicted branch costs more than the step.
+        while (len > 1) {
+            const u64 half = len >> 1;
+            base = (x >= g[base + half]) ? base + half : base;
+            len -= half;
         }
+        return base;
     }
 
     const G* g_;
