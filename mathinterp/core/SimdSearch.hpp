@@ -135,21 +135,28 @@ inline void redoLanes(unsigned bad, u64 q, double* out, u64 outStride, One& one)
     }
 }
 
-// Results r of queries q..q+3 to out[(q + l) * outStride], or, when any lane is bad, all
-// four from the scalar kernel one(q + l).
+// Results r of queries q..q+3 to out[(q + l) * outStride].
+__attribute__((target("avx2"))) inline void storeLanes(__m256d r, u64 q, double* out,
+                                                       u64 outStride) noexcept {
+    if (outStride == 1) {
+        _mm256_storeu_pd(out + q, r);
+        return;
+    }
+    alignas(32) double v[4];
+    _mm256_store_pd(v, r);
+    for (u64 l = 0; l < 4; ++l)
+        out[(q + l) * outStride] = v[l];
+}
+
+// The same, or, when any lane is bad, all four from the scalar kernel one(q + l).
 template <class One>
 __attribute__((target("avx2"))) inline void storeOrFallBack(__m256d r, __m256d bad, u64 q,
                                                             double* out, u64 outStride, One& one) {
     if (_mm256_movemask_pd(bad) != 0) {
         for (u64 l = 0; l < 4; ++l)
             out[(q + l) * outStride] = one(q + l);
-    } else if (outStride == 1) {
-        _mm256_storeu_pd(out + q, r);
     } else {
-        alignas(32) double v[4];
-        _mm256_store_pd(v, r);
-        for (u64 l = 0; l < 4; ++l)
-            out[(q + l) * outStride] = v[l];
+        storeLanes(r, q, out, outStride);
     }
 }
 

@@ -143,15 +143,7 @@ __attribute__((target("avx2"))) void cubicScattered2(const SimdAxis* ax, const d
     for (u64 j = 0; j < groups; ++j) {
         CubicGroup& g = ring[j % kAhead];
         const u64 q = b + 4 * j;
-        const __m256d r = reduceCubic(values, s1, g);
-        if (outStride == 1) {
-            _mm256_storeu_pd(out + q, r);
-        } else {
-            alignas(32) double v[4];
-            _mm256_store_pd(v, r);
-            for (u64 l = 0; l < 4; ++l)
-                out[(q + l) * outStride] = v[l];
-        }
+        storeLanes(reduceCubic(values, s1, g), q, out, outStride);
         redoLanes(g.bad, q, out, outStride, one);
         if (j + kAhead < groups) locateAndRequest(ax, values, col, b + 4 * (j + kAhead), e, g);
     }
