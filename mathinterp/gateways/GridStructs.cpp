@@ -376,16 +376,28 @@ HostArray run(const HostArray& gridCell, const HostArray& valuesCell, const Host
     p.method = interpLinear ? MethodId::Linear : MethodId::Nearest;
     p.extrap = extrapLinear ? MethodId::Linear : MethodId::Nearest;
 
+    // Every field checked and every output sized before the first is made: the outputs stay
+    // alive together, and one field's values are gathered into scratch while it is evaluated.
+    std::vector<std::vector<FieldInfo>> infos(outputs.size());
+    u64 outputBytes = 0, scratchBytes = 0;
+    for (u64 j = 0; j < outputs.size(); ++j) {
+        const HostArray s = valuesCell.getCell(j);
+        for (u64 f = 0; f < s.numberOfFields(); ++f) {
+            infos[j].push_back(checkField(s, f, gridCell.getCell(0).classId()));
+            const u64 planes = checkedMul(infos[j].back().numel, infos[j].back().complex ? 2 : 1);
+            const u64 planeBytes = checkedMul(planes, sizeof(G));
+            outputBytes = checkedAdd(outputBytes, checkedMul(planeBytes, p.total));
+            scratchBytes = std::max(scratchBytes, checkedMul(planeBytes, p.points));
+        }
+    }
+    platform::checkMemoryFits(checkedAdd(outputBytes, scratchBytes));
+
     HostArray outCell = HostArray::createCell(1, valuesCell.numberOfElements());
     for (u64 j = 0; j < outputs.size(); ++j) {
         const HostArray s = valuesCell.getCell(j);
         HostArray& out = outputs[j];
-        const u64 nf = s.numberOfFields();
-        std::vector<FieldInfo> infos;
-        for (u64 f = 0; f < nf; ++f)
-            infos.push_back(checkField(s, f, gridCell.getCell(0).classId()));
-        for (u64 f = 0; f < nf; ++f)
-            interpolateField(p, s, f, infos[f], out);
+        for (u64 f = 0; f < infos[j].size(); ++f)
+            interpolateField(p, s, f, infos[j][f], out);
         outCell.setCell(j, out);
     }
     return outCell;

@@ -2,6 +2,7 @@
 #include "mathinterp/interpolant/Identifiers.hpp"
 
 #include "mathinterp/interpolant/EvaluatorFactory.hpp"
+#include "platform/MemoryBudget.hpp"
 
 #include <new>
 
@@ -40,6 +41,8 @@ void rethrowAsHostError() {
         platform::HostError::raise(e.component(), e.key(), e.args());
     } catch (const MethodNotBuiltError& e) {
         platform::HostError::raiseText(e.what());
+    } catch (const platform::MemoryLimitError& e) {
+        platform::HostError::outOfMemory(e.what());
     } catch (const std::bad_alloc&) {
         platform::HostError::outOfMemory();
     }

@@ -66,10 +66,18 @@ public:
     // Tables depend on the query form: prepareForPoints and the gridded path prepare them.
     void prepare() override {}
 
-    // Index tables and the full coefficient table, before any per-point kernel runs.
+    // Index tables and the full coefficient table, before any per-point kernel runs. A table
+    // past the memory budget is refused before its first pass, with the way around it.
     void prepareForPoints() {
-        prepareIndexTables();
-        tableGuard_.ensure([this] { buildCoefficientTable(); });
+        try {
+            if (!tableGuard_.ready()) platform::checkMemoryFits(checkedBytes<V>(tablePeak()));
+            prepareIndexTables();
+            tableGuard_.ensure([this] { buildCoefficientTable(); });
+        } catch (const platform::MemoryLimitError& e) {
+            throw e.withHint("Scattered queries to an N-D spline need its full coefficient table "
+                             "(4^d x prod(n_k - 1) values); a full grid of queries (one vector "
+                             "per dimension) needs no such table.");
+        }
     }
 
     // Only while no evaluation runs: both coefficient tables are recomputed on their next use.
@@ -81,7 +89,8 @@ public:
         lastDimTable = LastDimTable{};
     }
 
-    Buffer makeBuffer() const { return Buffer(neighbourhoodSize); }
+    // The general kernel's first reduction leaves 4^(d-1) values; later ones fewer.
+    Buffer makeBuffer() const { return Buffer(std::max<u64>(1, neighbourhoodSize / 4)); }
 
     template <class Q>
     Pair makePair(u64 k, Q xq, u64 i) const noexcept {
@@ -197,6 +206,25 @@ private:
             coefficientStrides.swap(cs);
             workLength = longest;
         });
+    }
+
+    // Elements alive at the peak of buildCoefficientTable: two intermediates during a pass,
+    // the last one beside the table; every product overflow-checked.
+    u64 tablePeak() const {
+        const u64 d = this->numDims;
+        const u64* n = this->gridSizes.data();
+        u64 size = 1, table = neighbourhoodSize;
+        for (u64 k = 0; k < d; ++k) {
+            size = checkedMul(size, n[k]);
+            table = checkedMul(table, n[k] - 1);
+        }
+        u64 peak = 0, previous = 0;
+        for (u64 k = d; k-- > 1;) {
+            const u64 next = checkedMul(checkedMul(4, n[k] - 1), size / n[k]);
+            peak = std::max(peak, checkedAdd(previous, next));
+            previous = size = next;
+        }
+        return std::max(peak, checkedAdd(previous, table));
     }
 
     // Fit along dimensions d-1 down to 1; each pass moves its coefficient axis (four blocks of
@@ -388,7 +416,19 @@ void SplineND<G, V>::evaluateGriddedPlane(const GriddedPairs<Pair>& q, V* out, u
         static_cast<void>(checkedMul(checkedMul(4, n[k] - 1), lines));
         if (k > 0) largest = std::max(largest, result);
     }
-    static_cast<void>(checkedBytes<V>(largest));
+    // The intermediates (two unless the output serves as one) and the cached last-dimension
+    // table, checked against the memory budget before the first of them is made.
+    const bool inOutput = stride == 1 && largest <= q.total;
+    u64 peak = 0;
+    if (d > 1) peak = largest;
+    if (d > 2 && !inOutput) peak = checkedAdd(peak, largest);
+    if (!lastDimGuard_.ready()) {
+        u64 lines = 1;
+        for (u64 j = 0; j + 1 < d; ++j)
+            lines = checkedMul(lines, n[j]);
+        peak = checkedAdd(peak, checkedMul(checkedMul(4, n[d - 1] - 1), lines));
+    }
+    platform::checkMemoryFits(checkedBytes<V>(peak));
 
     prepareIndexTables();
     ensureLastDimTable();
@@ -396,7 +436,6 @@ void SplineND<G, V>::evaluateGriddedPlane(const GriddedPairs<Pair>& q, V* out, u
     // Passes alternate between two buffers and pass 0 writes the output. The output serves as
     // one of them when it is real (stride 1: nothing else is stored in this plane's part) and
     // every intermediate fits; the passes of the same parity as pass 0 then write there.
-    const bool inOutput = stride == 1 && largest <= q.total;
     HostBlock<V> first, second;
     if (d > 1) first = allocateHostBlock<V>(largest);
     if (d > 2 && !inOutput) second = allocateHostBlock<V>(largest);

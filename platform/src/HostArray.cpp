@@ -2,6 +2,7 @@
 #include "platform/HostArray.hpp"
 
 #include "platform/HostAllocator.hpp"
+#include "platform/HostError.hpp"
 
 #include <cstring>
 #include <stdexcept>
@@ -74,7 +75,7 @@ std::shared_ptr<ArrayData> makeNumeric(Dims dims, ClassId cls, bool complex, boo
     if (d->numel > static_cast<std::uint64_t>(-1) / es) throw std::bad_alloc();
     const std::size_t bytes = static_cast<std::size_t>(d->numel) * es;
     void* p = zero ? hostCalloc(bytes == 0 ? 1 : bytes, 1) : hostMalloc(bytes);
-    if (!p) throw std::bad_alloc();
+    if (!p) throwAllocationFailure();
     d->owned.reset(p);
     d->data = p;
     return d;
@@ -227,24 +228,29 @@ HostArray HostArray::createStruct(Dims dims, std::vector<std::string> fieldNames
 
 HostArray HostArray::charRow(std::string_view utf8) {
     std::u16string s;
-    // Decode UTF-8 into UTF-16 code units.
+    // Decode UTF-8 into UTF-16 code units. Malformed input (a stray or missing continuation
+    // byte, an overlong form, an encoded surrogate, past U+10FFFF) is the host's text error.
+    auto bad = [] { HostError::raise("QUARTZ:string", "InvalidText"); };
     for (std::size_t i = 0; i < utf8.size();) {
         const auto c = static_cast<unsigned char>(utf8[i]);
-        std::uint32_t cp = c;
         std::size_t len = 1;
-        if (c >= 0xF0 && i + 3 < utf8.size() + 0) {
-            cp = ((c & 0x07u) << 18) | ((static_cast<unsigned char>(utf8[i + 1]) & 0x3Fu) << 12) |
-                 ((static_cast<unsigned char>(utf8[i + 2]) & 0x3Fu) << 6) |
-                 (static_cast<unsigned char>(utf8[i + 3]) & 0x3Fu);
-            len = 4;
-        } else if (c >= 0xE0 && i + 2 < utf8.size()) {
-            cp = ((c & 0x0Fu) << 12) | ((static_cast<unsigned char>(utf8[i + 1]) & 0x3Fu) << 6) |
-                 (static_cast<unsigned char>(utf8[i + 2]) & 0x3Fu);
-            len = 3;
-        } else if (c >= 0xC0 && i + 1 < utf8.size()) {
-            cp = ((c & 0x1Fu) << 6) | (static_cast<unsigned char>(utf8[i + 1]) & 0x3Fu);
-            len = 2;
+        std::uint32_t cp = c, least = 0;
+        if (c >= 0xF0 && c <= 0xF4) {
+            len = 4, cp = c & 0x07u, least = 0x10000;
+        } else if (c >= 0xE0 && c < 0xF0) {
+            len = 3, cp = c & 0x0Fu, least = 0x800;
+        } else if (c >= 0xC2 && c < 0xE0) {
+            len = 2, cp = c & 0x1Fu, least = 0x80;
+        } else if (c >= 0x80) {
+            bad();
         }
+        if (len > utf8.size() - i) bad();
+        for (std::size_t k = 1; k < len; ++k) {
+            const auto b = static_cast<unsigned char>(utf8[i + k]);
+            if ((b & 0xC0u) != 0x80u) bad();
+            cp = (cp << 6) | (b & 0x3Fu);
+        }
+        if (cp < least || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) bad();
         if (cp >= 0x10000) {
             cp -= 0x10000;
             s.push_back(static_cast<char16_t>(0xD800 + (cp >> 10)));
@@ -299,7 +305,7 @@ HostArray HostArray::deepCopy() const {
     if (isNumericClass(d->cls)) {
         const std::size_t bytes = static_cast<std::size_t>(d->numel) * elementBytes();
         void* p = hostMalloc(bytes);
-        if (!p) throw std::bad_alloc();
+        if (!p) throwAllocationFailure();
         if (bytes) std::memcpy(p, rawData(), bytes);
         d->owned.reset(p);
         d->data = p;

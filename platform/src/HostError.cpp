@@ -46,8 +46,9 @@ void HostError::tooFewInputs() {
     throw HostErrorException(std::string(kTooFewInputsId), MessageCatalog::text(kTooFewInputsId));
 }
 
-void HostError::outOfMemory() {
-    throw HostErrorException(std::string(kOutOfMemoryId), MessageCatalog::text(kOutOfMemoryId));
+void HostError::outOfMemory(std::string_view text) {
+    throw HostErrorException(std::string(kOutOfMemoryId),
+                             text.empty() ? MessageCatalog::text(kOutOfMemoryId) : std::string(text));
 }
 
 void HostError::warning(std::string_view component, std::string_view key, MessageArgs args) {

@@ -20,6 +20,9 @@ const std::map<std::string, std::string, std::less<>>& catalog() {
         // The string facility.
         {"QUARTZ:string:MustBeStringScalarOrCharacterVector",
          "The input must be a string scalar or a character vector."},
+        {"QUARTZ:string:InvalidText",
+         "The text is not valid Unicode (malformed UTF-8 or a lone surrogate); give it as "
+         "plain text."},
         {"QUARTZ:string:MissingNotSupported",
          "A missing string is not supported here; give a method name as text."},
         {"QUARTZ:legacy_two_part:badsubscript", "Bad subscript or struct input."},

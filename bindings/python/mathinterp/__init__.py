@@ -21,8 +21,8 @@ warnings are ``InterpolationWarning`` with the same attribute.
 
 from __future__ import annotations
 
-import contextlib
-import threading
+import contextlib as _contextlib
+import threading as _threading
 from typing import Any, Iterator
 
 import numpy as _np
@@ -41,6 +41,10 @@ __all__ = [
     "set_num_threads",
     "get_num_threads",
     "num_threads",
+    "set_memory_limit",
+    "get_memory_limit",
+    "memory_limit",
+    "memory_in_use",
     "METHODS",
 ]
 
@@ -346,7 +350,7 @@ def gridStructsInterpFcn(grid_vectors: Any, values: Any, queries: Any, *words: A
 
 # ---- threads --------------------------------------------------------------------------------
 
-_thread_lock = threading.Lock()
+_thread_lock = _threading.Lock()
 
 
 def set_num_threads(n: int | None) -> None:
@@ -363,7 +367,7 @@ def get_num_threads() -> int:
     return int(_core.active_parallelism())
 
 
-@contextlib.contextmanager
+@_contextlib.contextmanager
 def num_threads(n: int | None) -> Iterator[None]:
     """Context manager: ``with mathinterp.num_threads(1): ...`` caps the worker threads
     inside the block and restores the previous cap afterwards."""
@@ -374,3 +378,48 @@ def num_threads(n: int | None) -> Iterator[None]:
         yield
     finally:
         set_num_threads(previous)
+
+
+# ---- memory ---------------------------------------------------------------------------------
+
+
+def set_memory_limit(nbytes: int | None) -> None:
+    """Caps the bytes the library may hold at once (coefficient tables, results, scratch).
+
+    A request that would pass the cap raises ``MemoryError`` at once, before any memory is
+    touched, and leaves every object as it was. ``None`` restores the default: three quarters
+    of the memory this process may use (its cgroup limit where one is set, else physical
+    memory). Memory held by NumPy arrays you pass in is not counted.
+    """
+    if nbytes is None:
+        _core.set_memory_limit(None)
+        return
+    n = int(nbytes)
+    if n <= 0:
+        raise ValueError("the memory limit must be a positive number of bytes (or None)")
+    _core.set_memory_limit(n)
+
+
+def get_memory_limit() -> int:
+    """The memory limit in force, in bytes."""
+    return int(_core.memory_limit())
+
+
+def memory_in_use() -> int:
+    """Bytes the library holds now (including large blocks kept for reuse)."""
+    return int(_core.memory_in_use())
+
+
+@_contextlib.contextmanager
+def memory_limit(nbytes: int | None) -> Iterator[None]:
+    """Context manager: ``with mathinterp.memory_limit(2**30): ...`` sets the limit inside
+    the block and restores the previous one afterwards."""
+    previous = get_memory_limit()
+    set_memory_limit(nbytes)
+    try:
+        yield
+    finally:
+        set_memory_limit(previous)
+
+
+del annotations, Any, Iterator  # annotations only: keep the module's public names those of __all__

@@ -1,6 +1,7 @@
 // Python objects <-> host arrays (see Convert.hpp and docs/python.md for the mapping).
 #include "Convert.hpp"
 
+#include <platform/HostError.hpp>
 #include <platform/HostArray.hpp>
 #include <platform/HostString.hpp>
 
@@ -136,13 +137,25 @@ HostArray cellFromSequence(const py::sequence& seq, Dims dims, int depth) {
     return c;
 }
 
+// The UTF-8 text of a Python str; a str that has none (a lone surrogate) is the host's text
+// error, as malformed UTF-8 in bytes is.
+std::string utf8Text(py::handle str) {
+    Py_ssize_t n = 0;
+    const char* p = PyUnicode_AsUTF8AndSize(str.ptr(), &n);
+    if (!p) {
+        PyErr_Clear();
+        platform::HostError::raise("QUARTZ:string", "InvalidText");
+    }
+    return std::string(p, static_cast<std::size_t>(n));
+}
+
 HostArray structFromDict(const py::dict& d, int depth) {
     std::vector<std::string> names;
     std::vector<py::handle> values;
     for (auto item : d) {
         if (!py::isinstance<py::str>(item.first))
             throw py::type_error("a dict passed to mathinterp needs str keys (struct field names)");
-        names.push_back(item.first.cast<std::string>());
+        names.push_back(utf8Text(item.first));
         values.push_back(item.second);
     }
     HostArray s = HostArray::createStruct({1, 1}, names);
@@ -170,7 +183,7 @@ HostArray fromObjectArray(const py::array& a, int depth) {
                 allDicts = false;
                 break;
             }
-            ks.push_back(item.first.cast<std::string>());
+            ks.push_back(utf8Text(item.first));
         }
         if (k == 0)
             keys = ks;
@@ -193,7 +206,8 @@ HostArray fromStringArray(const py::array& a) {
     std::vector<std::optional<std::string>> strings;
     strings.reserve(items.size());
     for (auto item : items)
-        strings.emplace_back(item.cast<std::string>());
+        strings.emplace_back(PyUnicode_Check(item.ptr()) ? utf8Text(item)
+                                                         : item.cast<std::string>());
     return HostArray::createString(std::move(dims), std::move(strings));
 }
 
@@ -279,7 +293,7 @@ HostArray toHostImpl(py::handle obj, int depth) {
         const std::complex<double> v(PyComplex_RealAsDouble(p), PyComplex_ImagAsDouble(p));
         return HostArray::fromComplex({1, 1}, {v});
     }
-    if (PyUnicode_Check(p)) return HostArray::stringScalar(obj.cast<std::string>());
+    if (PyUnicode_Check(p)) return HostArray::stringScalar(utf8Text(obj));
     if (PyBytes_Check(p)) return HostArray::charRow(obj.cast<std::string>());
     if (PyTuple_Check(p)) {
         py::tuple t = py::reinterpret_borrow<py::tuple>(obj);

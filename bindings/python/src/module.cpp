@@ -10,6 +10,7 @@
 #include "mathinterp/ModuleExports.hpp"
 
 #include <platform/HostError.hpp>
+#include <platform/HostAllocator.hpp>
 
 #if __has_include(<platform/ClassSystem.hpp>)
 #include <platform/ClassSystem.hpp>
@@ -147,6 +148,15 @@ PYBIND11_MODULE(_core, m) {
     m.def("set_thread_limit", &setThreadLimit);
     m.def("thread_limit", &threadLimit);
     m.def("active_parallelism", &activeParallelism);
+    m.def("set_memory_limit", [](std::optional<std::uint64_t> bytes) {
+        platform::setMemoryLimit(bytes);
+    });
+    m.def("memory_limit", &platform::memoryLimit);
+    m.def("default_memory_limit", &platform::defaultMemoryLimit);
+    m.def("memory_in_use", &platform::liveBytes);
+    m.def("peak_memory_in_use", &platform::peakLiveBytes);
+    m.def("reset_peak_memory_in_use", &platform::resetPeakLiveBytes);
+    m.def("release_cached_memory", &platform::releaseCachedMemory);
     m.def("_issue_warning", &issueTestWarning);
     // Drops the last handle of a host array on a thread that Python never saw, with the GIL
     // released here, as a worker thread of the engine would.

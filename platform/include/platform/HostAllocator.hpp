@@ -1,26 +1,31 @@
 // The host memory allocator. Every buffer the module keeps (host arrays, method caches,
 // coefficient tables) comes from here, so that an allocation failure can be injected in
-// test builds and every such path can be shown to end in std::bad_alloc without leaks.
+// test builds and every such path can be shown to end in std::bad_alloc without leaks, and so
+// that every block counts against the process memory budget (MemoryBudget.hpp).
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <new>
+
+#include "platform/MemoryBudget.hpp"
 #include <vector>
 
 namespace platform {
 
-// Returns nullptr on failure (the caller decides how to report it).
+// Returns nullptr on failure, including a refusal by the memory budget (the caller reports it,
+// usually through throwAllocationFailure()).
 void* hostMalloc(std::size_t bytes) noexcept;
 void* hostCalloc(std::size_t count, std::size_t size) noexcept;
 void hostFree(void* p) noexcept;
-// Large freed blocks are kept for reuse (a few, up to 512 MB); this returns them to the system.
+// Large freed blocks are kept for reuse (a few, up to 512 MB; they stay counted in the budget
+// while cached); this returns them to the system.
 void releaseCachedMemory() noexcept;
 
-// Throwing form: std::bad_alloc on failure.
+// Throwing form: MemoryLimitError past the budget, else std::bad_alloc on failure.
 inline void* hostAllocate(std::size_t bytes) {
     void* p = hostMalloc(bytes);
-    if (!p) throw std::bad_alloc();
+    if (!p) throwAllocationFailure();
     return p;
 }
 

@@ -46,7 +46,9 @@ public:
     [[noreturn]] static void tooManyOutputs();
     [[noreturn]] static void tooManyInputs();
     [[noreturn]] static void tooFewInputs();
-    [[noreturn]] static void outOfMemory();
+    // The standard out-of-memory error; `text`, when given, replaces the catalog's text (a
+    // refusal by the memory budget names the bytes and the limit).
+    [[noreturn]] static void outOfMemory(std::string_view text = {});
     static void warning(std::string_view component, std::string_view key, MessageArgs args = {});
 };
 
