@@ -5,6 +5,7 @@
 
 #include <platform/ClassSystem.hpp>
 #include <platform/HostError.hpp>
+#include <platform/MemoryBudget.hpp>
 
 #include <cstdio>
 #include <cstdlib>
@@ -27,6 +28,9 @@ void setUp() {
     std::call_once(once, [] {
         g_trace = std::getenv("FUZZ_TRACE") != nullptr;
         platform::setWarningSink([](const std::string&, const std::string&) {});
+        // Large requests are refused by the budget instead of attempted: the fuzzer's own
+        // RSS limit (2.5 GB) would otherwise end the run on an input that is merely big.
+        platform::setMemoryLimit(std::uint64_t{256} << 20);
         KVInitialize_libqzmathinterp();
     });
 }

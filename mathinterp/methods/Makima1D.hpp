@@ -88,6 +88,8 @@ private:
         }
         u64 workspaceLength = 0, resultLength = 0;
         platform::akimaFixedGrid_precomputeWS_1D(n, &workspaceLength, &resultLength);
+        // Block and workspace live together: both must fit before either is made.
+        platform::checkMemoryFits(checkedBytes<V>(checkedAdd(resultLength, workspaceLength)));
         platform::HostVector<V> block = detail::zeroFilled<V>(resultLength);
         platform::HostVector<V> workspace = detail::zeroFilled<V>(workspaceLength);
         if constexpr (std::is_same_v<V, double>)
