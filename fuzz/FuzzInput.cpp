@@ -247,7 +247,14 @@ HostArray methodWord(ByteReader& in) {
             w = " " + w;
             break;
         }
-        return in.chance(1, 2) ? HostArray::charRow(w) : HostArray::stringScalar(w);
+        if (in.chance(1, 2)) return HostArray::stringScalar(w);
+        // A char row holds UTF-16 code units: each byte becomes one (charRow would reject a
+        // stray byte as malformed UTF-8 before the module saw it).
+        std::u16string u;
+        for (char c : w)
+            u.push_back(static_cast<char16_t>(static_cast<unsigned char>(c)));
+        const std::uint64_t n = u.size();
+        return HostArray::createChar({n == 0 ? 0u : 1u, n}, std::move(u));
     }
     case 11:
         return in.chance(1, 2) ? HostArray::charRow("") : HostArray::createChar({0, 0}, u"");

@@ -157,7 +157,6 @@ bool shouldFail() noexcept {
 // 16 bytes right before the user pointer (malloc's alignment is kept): the kind of block and
 // the bytes it was charged.
 constexpr std::uint64_t kSmallTag = 0x736d616c6c000001ull;
-constexpr std::uint64_t kLargeTag = 0x6c61726765000002ull;
 struct Header {
     std::uint64_t tag;
     std::uint64_t charged; // small blocks: header + request; large: bytes of the mapping
@@ -187,6 +186,7 @@ void smallFree(Header* h) noexcept {
 }
 
 #ifndef PLATFORM_PLAIN_MALLOC
+constexpr std::uint64_t kLargeTag = 0x6c61726765000002ull;
 constexpr std::size_t kLargeBlock = std::size_t{4} << 20;   // from here on: mapped directly
 constexpr std::size_t kHugePage = std::size_t{2} << 20;     // mapping granularity
 constexpr std::size_t kLargeOffset = 64;                    // user data: cache-line aligned
