@@ -7,6 +7,8 @@
 #include <platform/HostAllocator.hpp>
 #include <platform/MemoryBudget.hpp>
 
+#include <tbb/global_control.h>
+
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -21,6 +23,11 @@ using platform::HostArray;
 namespace {
 
 constexpr std::uint64_t kMiB = std::uint64_t{1} << 20;
+
+// The threads that matter here are the callers'. oneTBB's workers stay out: its library is
+// not instrumented, so TSan would see a table built inside a parallel loop and read after it
+// as a race.
+const tbb::global_control g_callersOnly(tbb::global_control::max_allowed_parallelism, 1);
 
 // Grid vectors 0..n-1 for d dimensions, values from a smooth formula, and an interpolant.
 mathinterp::GriddedInterpolant makeSpline(std::uint64_t d, std::uint64_t n,
