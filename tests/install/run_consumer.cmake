@@ -1,11 +1,17 @@
-# Installs the build tree BUILD_DIR into a prefix, moves the prefix (the package must not
-# depend on where it was installed), then configures, builds and runs tests/install/consumer
-# against it and checks what the two programs print. Run by CTest (test install_consumer).
-set(work ${WORK_DIR})
-file(REMOVE_RECURSE ${work})
+# Installs the build tree BUILD_DIR into a prefix in a temporary directory, moves the prefix
+# (the package must not depend on where it was installed, nor name the build or source tree),
+# then configures, builds and runs tests/install/consumer against it and checks what the two
+# programs print. Run by CTest (test install_consumer).
+set(tmp "$ENV{TMPDIR}")
+if(NOT tmp)
+  set(tmp /tmp)
+endif()
+string(RANDOM LENGTH 10 suffix)
+set(work ${tmp}/mathinterp-install-${suffix})
 function(run)
   execute_process(COMMAND ${ARGV} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE out)
   if(NOT rc EQUAL 0)
+    file(REMOVE_RECURSE ${work})
     message(FATAL_ERROR "failed (${rc}): ${ARGV}\n${out}")
   endif()
   set(out "${out}" PARENT_SCOPE)
@@ -13,12 +19,12 @@ endfunction()
 
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${work}/staged)
 file(RENAME ${work}/staged ${work}/prefix)
-file(GLOB_RECURSE cfg ${work}/prefix/lib/cmake/*.cmake)
-foreach(f ${cfg})
-  file(READ ${f} text)
+file(GLOB_RECURSE installed ${work}/prefix/lib/cmake/*.cmake ${work}/prefix/lib/*.so)
+foreach(f ${installed})
   foreach(p ${BUILD_DIR} ${SOURCE_DIR} ${work}/staged)
-    string(FIND "${text}" "${p}" at)
-    if(NOT at EQUAL -1)
+    file(STRINGS ${f} hits REGEX "${p}")
+    if(hits)
+      file(REMOVE_RECURSE ${work})
       message(FATAL_ERROR "${f} names ${p}: the package is not relocatable")
     endif()
   endforeach()
