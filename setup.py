@@ -8,6 +8,7 @@ examples. CMAKE_BUILD_PARALLEL_LEVEL sets the build jobs.
 
 import os
 import re
+import shutil
 import subprocess
 from pathlib import Path
 
@@ -36,8 +37,11 @@ class CMakeBuild(build_ext):
                 check=True)
         subprocess.run(["cmake", "--build", str(build_dir), "--target", "_core"], check=True)
         # The component installs mathinterp/ (sources, extension, libqzmathinterp, libplatform)
-        # under the directory that holds the package in the wheel being made.
-        package_parent = Path(self.get_ext_fullpath(ext.name)).parent.parent
+        # under the directory that holds the package in the wheel being made; that directory
+        # outlives a build, so it is emptied first (no stale file reaches a wheel).
+        package_dir = Path(self.get_ext_fullpath(ext.name)).parent
+        package_parent = package_dir.parent
+        shutil.rmtree(package_dir, ignore_errors=True)
         subprocess.run(["cmake", "--install", str(build_dir), "--component", "python",
                         "--prefix", str(package_parent)], check=True)
 
