@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# Builds if needed and runs the demo (the Python demo once the Python face is built).
+# Installs missing Debian packages (as root), builds if needed and runs the demo (the Python
+# demo once the Python face is built).
 set -euo pipefail
 cd "$(dirname "$0")/.."
+if [ "$(id -u)" -eq 0 ]; then bash scripts/install-deps.sh; fi
 BUILD_DIR=${BUILD_DIR:-build}
 [ -f "$BUILD_DIR/build.ninja" ] || bash scripts/build.sh
 cmake --build "$BUILD_DIR" -j "$(nproc)" >/dev/null

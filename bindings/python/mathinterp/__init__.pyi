@@ -6,6 +6,20 @@ from typing import Any, Final
 import numpy as np
 import numpy.typing as npt
 
+__all__ = [
+    "griddedInterpolant",
+    "interp1Fcn",
+    "interp2Fcn",
+    "gridStructsInterpFcn",
+    "InterpolationError",
+    "InterpolationWarning",
+    "MethodNotBuiltError",
+    "set_num_threads",
+    "get_num_threads",
+    "num_threads",
+    "METHODS",
+]
+
 __version__: str
 METHODS: Final[tuple[str, ...]]
 
@@ -20,13 +34,13 @@ class MethodNotBuiltError(InterpolationError, NotImplementedError):
     def __init__(self, message: str, method: str = ...) -> None: ...
 
 class InterpolationWarning(UserWarning):
-    message: str  # type: ignore[assignment]
+    message: str
     identifier: str
     def __init__(self, message: str, identifier: str = ...) -> None: ...
 
 # What the host accepts: arrays (any dtype is passed on with its class), numbers, str
 # (method words), tuples (cells: grid vectors), lists (numeric arrays), dicts (structs).
-_HostArg = npt.ArrayLike | str | bytes | tuple[Any, ...] | dict[str, Any] | "griddedInterpolant"
+_HostArg = npt.ArrayLike | str | bytes | tuple[Any, ...] | dict[str, Any] | griddedInterpolant
 _Result = npt.NDArray[np.float64] | npt.NDArray[np.float32] | npt.NDArray[np.complex128] | npt.NDArray[np.complex64] | np.floating[Any] | np.complexfloating[Any, Any]
 
 class griddedInterpolant:
@@ -51,10 +65,11 @@ class griddedInterpolant:
     def __copy__(self) -> griddedInterpolant: ...
     def __deepcopy__(self, memo: dict[int, Any]) -> griddedInterpolant: ...
     def __reduce__(self) -> tuple[Any, ...]: ...
+    def __repr__(self) -> str: ...
 
 def interp1Fcn(grid: _HostArg, values: _HostArg, method: str, extrapolation: str, query: _HostArg, /) -> _Result: ...
 def interp2Fcn(grid: _HostArg, values: _HostArg, method: str, extrapolation: str, query: _HostArg, /) -> _Result: ...
-def gridStructsInterpFcn(grid_vectors: tuple[_HostArg, ...], values: Any, queries: tuple[_HostArg, ...], *words: str) -> tuple[np.ndarray, ...]: ...
+def gridStructsInterpFcn(grid_vectors: tuple[_HostArg, ...], values: Any, queries: tuple[_HostArg, ...], *words: str) -> tuple[npt.NDArray[np.object_], ...]: ...
 def set_num_threads(n: int | None) -> None: ...
 def get_num_threads() -> int: ...
 def num_threads(n: int | None) -> AbstractContextManager[None]: ...

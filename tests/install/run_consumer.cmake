@@ -1,0 +1,45 @@
+# Installs the build tree BUILD_DIR into a prefix in a temporary directory, moves the prefix
+# (the package must not depend on where it was installed, nor name the build or source tree),
+# then configures, builds and runs tests/install/consumer against it and checks what the two
+# programs print. Run by CTest (test install_consumer).
+set(tmp "$ENV{TMPDIR}")
+if(NOT tmp)
+  set(tmp /tmp)
+endif()
+string(RANDOM LENGTH 10 suffix)
+set(work ${tmp}/mathinterp-install-${suffix})
+function(run)
+  execute_process(COMMAND ${ARGV} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE out)
+  if(NOT rc EQUAL 0)
+    file(REMOVE_RECURSE ${work})
+    message(FATAL_ERROR "failed (${rc}): ${ARGV}\n${out}")
+  endif()
+  set(out "${out}" PARENT_SCOPE)
+endfunction()
+
+run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${work}/staged)
+file(RENAME ${work}/staged ${work}/prefix)
+file(GLOB_RECURSE installed ${work}/prefix/lib/cmake/*.cmake ${work}/prefix/lib/*.so)
+foreach(f ${installed})
+  foreach(p ${BUILD_DIR} ${SOURCE_DIR} ${work}/staged)
+    file(STRINGS ${f} hits REGEX "${p}")
+    if(hits)
+      file(REMOVE_RECURSE ${work})
+      message(FATAL_ERROR "${f} names ${p}: the package is not relocatable")
+    endif()
+  endforeach()
+endforeach()
+
+run(${CMAKE_COMMAND} -S ${SOURCE_DIR}/tests/install/consumer -B ${work}/consumer -G Ninja
+    -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH=${work}/prefix
+    -DCMAKE_CXX_COMPILER=${CXX_COMPILER})
+run(${CMAKE_COMMAND} --build ${work}/consumer)
+run(${work}/consumer/app)
+if(NOT out STREQUAL "0.25 9 NaN \n")
+  message(FATAL_ERROR "app printed '${out}', expected '0.25 9 NaN '")
+endif()
+run(${work}/consumer/app_module)
+if(NOT out STREQUAL "5 5 NaN \n")
+  message(FATAL_ERROR "app_module printed '${out}', expected '5 5 NaN '")
+endif()
+file(REMOVE_RECURSE ${work})
