@@ -1,0 +1,335 @@
+// Gradients of the N-D methods: GradientND<M> holds, per method, what one coordinate of one
+// query needs (Coord, from the coordinate and the interval the search found), the per-thread
+// scratch, and at(), which writes the d partial derivatives of the value kernel's polynomial
+// on the query's cell. The tensor product is reduced one dimension at a time in the value
+// kernel's order, carrying the partial derivatives along (forward mode): the reduction of
+// dimension k differentiates the factor of dimension k for component k and applies the value
+// weights to every component found so far, so one pass over the cell's data gives all d
+// components. Every component is finally divided by the cell width of its dimension.
+// Nearest has gradient 0 (NaN where its value is NaN), "none" NaN; a NaN coordinate or a NaN
+// reaching the cell from the values gives the engine's NaN.
+#pragma once
+
+#include "mathinterp/methods/ConstantND.hpp"
+#include "mathinterp/methods/CubicND.hpp"
+#include "mathinterp/methods/Gradient1D.hpp"
+#include "mathinterp/methods/LinearND.hpp"
+#include "mathinterp/methods/NearestND.hpp"
+#include "mathinterp/methods/SplineND.hpp"
+
+#include <platform/HostAllocator.hpp>
+
+namespace mathinterp {
+
+template <class M>
+struct GradientND; // specialised per method below (makima: MakimaNDGradient.hpp)
+
+template <class G, class V>
+struct GradientND<ConstantND<G, V>> {
+    using M = ConstantND<G, V>;
+    struct Coord {};
+    using Scratch = NoBuffer;
+    static void prepare(M&) {}
+    static Scratch makeScratch(const M&) { return {}; }
+    template <class Q>
+    static Coord coord(const M&, u64, Q, u64) noexcept {
+        return {};
+    }
+    static void at(const M& m, const Coord*, V* g, Scratch&) noexcept {
+        for (u64 k = 0; k < m.numDims; ++k)
+            g[k] = engineNaN<V>();
+    }
+};
+
+template <class G, class V>
+struct GradientND<NearestND<G, V>> {
+    using M = NearestND<G, V>;
+    using Coord = typename M::Pair;
+    using Scratch = NoBuffer;
+    static void prepare(M& m) { m.prepareForPoints(); }
+    static Scratch makeScratch(const M&) { return {}; }
+    template <class Q>
+    static Coord coord(const M& m, u64 k, Q x, u64 i) noexcept {
+        return m.makePair(k, x, i);
+    }
+    static void at(const M& m, const Coord* c, V* g, Scratch& s) noexcept {
+        const V r = isNaN(m.kernel(c, s)) ? engineNaN<V>() : V(0);
+        for (u64 k = 0; k < m.numDims; ++k)
+            g[k] = r;
+    }
+};
+
+namespace grad {
+
+// Per-thread scratch of the forward-mode reductions: the cell's data, then one array per
+// partial derivative (each as long as the data after its first reduction).
+template <class V>
+struct ReductionScratch {
+    platform::HostVector<V> data;
+    ReductionScratch() = default;
+    ReductionScratch(u64 cell, u64 perComponent, u64 d)
+        : data(checkedAdd(cell, checkedMul(perComponent, d))) {}
+};
+
+} // namespace grad
+
+// Multilinear: the cell's 2^d corners reduced dimension 0 first with the value kernel's step
+// (equal ends pass through), component k taking the difference b - a (0 for equal ends) in
+// dimension k.
+template <class G, class V>
+struct GradientND<LinearND<G, V>> {
+    using M = LinearND<G, V>;
+    struct Coord {
+        u64 offset;
+        V t;
+        V h;
+    };
+    using Scratch = grad::ReductionScratch<V>;
+    static void prepare(M& m) { m.prepareForPoints(); }
+    static Scratch makeScratch(const M& m) {
+        return Scratch(m.cornerCount, m.cornerCount / 2, m.numDims);
+    }
+    template <class Q>
+    static Coord coord(const M& m, u64 k, Q xq, u64 i) noexcept {
+        const G x = static_cast<G>(xq);
+        const G h = m.cellWidths[k][i];
+        return {i * m.strides[k], static_cast<V>((x - m.gridVectors[k][i]) / h), static_cast<V>(h)};
+    }
+    static void prefetch(const M& m, const Coord* c) noexcept {
+        u64 o = 0;
+        for (u64 k = 0; k < m.numDims; ++k)
+            o += c[k].offset;
+        prefetchLine(m.values + o);
+        if (m.numDims >= 2) prefetchLine(m.values + o + m.cornerOffsets[2]);
+    }
+
+    static V lerp(V a, V b, V w) noexcept { return a == b ? a : a * (V(1) - w) + b * w; }
+    static V diff(V a, V b) noexcept { return a == b ? V(0) : b - a; }
+
+    static void at(const M& m, const Coord* c, V* g, Scratch& scratch) noexcept {
+        const u64 d = m.numDims;
+        switch (d) {
+        case 1:
+            return atFixed<1>(m, c, g, nullptr);
+        case 2:
+            return atFixed<2>(m, c, g, nullptr);
+        case 3:
+            return atFixed<3>(m, c, g, nullptr);
+        case 4:
+            return atFixed<4>(m, c, g, nullptr);
+        default:
+            return atFixed<0>(m, c, g, scratch.data.data());
+        }
+    }
+
+    // D > 0: d known at compile time, everything on the stack; D = 0: any d, in `work`.
+    template <u64 D>
+    static void atFixed(const M& m, const Coord* c, V* g, V* work) noexcept {
+        const u64 d = D ? D : m.numDims;
+        const u64 corners = D ? (u64{1} << D) : m.cornerCount;
+        V local[D ? (u64{1} << D) * (D + 2) / 2 : 1];
+        V* s = D ? local : work;
+        V* comp = s + corners; // component k: corners >> (k + 1) entries at comp + k * corners/2
+        const V* base = m.values;
+        for (u64 k = 0; k < d; ++k) {
+            if (isNaN(c[k].t)) {
+                for (u64 j = 0; j < d; ++j)
+                    g[j] = engineNaN<V>();
+                return;
+            }
+            base += c[k].offset;
+        }
+        const u64* co = m.cornerOffsets.data();
+        for (u64 j = 0; j < corners; ++j)
+            s[j] = base[co[j]];
+        const u64 half = corners / 2;
+        u64 n = corners;
+        for (u64 k = 0; k < d; ++k) {
+            const V w = c[k].t;
+            // Earlier components: the value step of dimension k.
+            for (u64 j = 0; j < k; ++j) {
+                V* a = comp + j * half;
+                for (u64 p = 0; p < n; p += 2)
+                    a[p >> 1] = lerp(a[p], a[p + 1], w);
+            }
+            V* own = comp + k * half;
+            for (u64 p = 0; p < n; p += 2) {
+                own[p >> 1] = diff(s[p], s[p + 1]);
+                s[p >> 1] = lerp(s[p], s[p + 1], w);
+            }
+            n >>= 1;
+        }
+        for (u64 k = 0; k < d; ++k)
+            g[k] = grad::nanAsEngine(comp[k * half] / c[k].h);
+    }
+};
+
+// Cubic convolution: the 4^d neighbourhood (phantom layers as the value kernel builds them)
+// reduced dimension 0 first with the value weights, component k with the derivative weights
+// in dimension k; then divided by 2^d and by the cell width.
+template <class G, class V>
+struct GradientND<CubicND<G, V>> {
+    using M = CubicND<G, V>;
+    struct Coord {
+        u64 index;
+        V t;
+        V h;
+    };
+    using Scratch = grad::ReductionScratch<V>;
+    static void prepare(M& m) { m.prepareForPoints(); }
+    static Scratch makeScratch(const M& m) {
+        return Scratch(m.neighbourhoodSize, m.neighbourhoodSize / 4, m.numDims);
+    }
+    template <class Q>
+    static Coord coord(const M& m, u64 k, Q xq, u64 i) noexcept {
+        const G x = static_cast<G>(xq);
+        const G h = m.cellWidths[k][i];
+        return {i, static_cast<V>((x - m.gridVectors[k][i]) / h), static_cast<V>(h)};
+    }
+    static void prefetch(const M& m, const Coord* c) noexcept {
+        u64 first = 0;
+        for (u64 k = 0; k < m.numDims; ++k)
+            first += (c[k].index > 0 ? c[k].index - 1 : 0) * m.strides[k];
+        const u64* off = m.neighbourhoodOffsets.data();
+        for (u64 j = 0; j < m.neighbourhoodSize; j += 4) {
+            const u64 row = first + off[j];
+            if (row + 3 < m.totalValues) {
+                prefetchLine(m.values + row);
+                prefetchLine(m.values + row + 3);
+            }
+        }
+    }
+
+    static V combine(const CubicWeights<V>& w, const V* q) noexcept {
+        return ((w.w0 * q[1] + w.wm1 * q[0]) + w.w1 * q[2]) + w.w2 * q[3];
+    }
+
+    static void at(const M& m, const Coord* c, V* g, Scratch& scratch) noexcept {
+        const u64 d = m.numDims;
+        V* s = scratch.data.data();
+        const u64 quarter = m.neighbourhoodSize / 4;
+        V* comp = s + m.neighbourhoodSize;
+        bool interior = true;
+        for (u64 k = 0; k < d; ++k) {
+            if (isNaN(c[k].t)) {
+                for (u64 j = 0; j < d; ++j)
+                    g[j] = engineNaN<V>();
+                return;
+            }
+            interior = interior && c[k].index > 0 && c[k].index < m.lastInterval[k];
+        }
+        load(m, c, s, interior);
+        u64 n = m.neighbourhoodSize;
+        for (u64 k = 0; k < d; ++k) {
+            const CubicWeights<V> w = cubicWeights(c[k].t);
+            const CubicWeights<V> wd = grad::cubicWeightDerivatives<1>(c[k].t);
+            n >>= 2;
+            for (u64 j = 0; j < k; ++j) {
+                V* a = comp + j * quarter;
+                for (u64 p = 0; p < n; ++p)
+                    a[p] = combine(w, a + 4 * p);
+            }
+            V* own = comp + k * quarter;
+            for (u64 p = 0; p < n; ++p) {
+                own[p] = combine(wd, s + 4 * p);
+                s[p] = combine(w, s + 4 * p);
+            }
+        }
+        for (u64 k = 0; k < d; ++k)
+            g[k] = grad::nanAsEngine((comp[k * quarter] / m.divisor) / c[k].h);
+    }
+
+    // The neighbourhood as the value kernel loads it: inside the array directly; in a first
+    // or last cell the phantom layers continue the quadratic through the three end values,
+    // dimension by dimension.
+    static void load(const M& m, const Coord* c, V* s, bool interior) noexcept {
+        const u64 d = m.numDims;
+        u64 first = 0; // may wrap below 0 in a first cell; the range test undoes it
+        for (u64 k = 0; k < d; ++k)
+            first += (c[k].index - 1) * m.strides[k];
+        const u64* off = m.neighbourhoodOffsets.data();
+        const V* y = m.values;
+        if (interior) {
+            for (u64 j = 0; j < m.neighbourhoodSize; ++j)
+                s[j] = y[first + off[j]];
+            return;
+        }
+        for (u64 j = 0; j < m.neighbourhoodSize; ++j) {
+            const u64 flat = first + off[j];
+            s[j] = flat < m.totalValues ? y[flat] : V(0);
+        }
+        for (u64 k = 0; k < d; ++k) {
+            const u64 i = c[k].index;
+            const u64 step = u64{1} << (2 * k);
+            const u64* list = m.indexLists.data() + k * m.listLength;
+            if (i == 0) {
+                for (u64 j = 0; j < m.listLength; ++j) {
+                    const u64 e = list[j];
+                    s[e] = V(3) * (s[e + step] - s[e + 2 * step]) + s[e + 3 * step];
+                }
+            } else if (i == m.lastInterval[k]) {
+                for (u64 j = 0; j < m.listLength; ++j) {
+                    const u64 e = list[j];
+                    s[e + 3 * step] = V(3) * (s[e + 2 * step] - s[e + step]) + s[e];
+                }
+            }
+        }
+    }
+};
+
+// Spline: the cell's 4^d tensor coefficients reduced by Horner's rule, last dimension first
+// as in the value kernel; component k takes (3 a s + 2 b) s + c in dimension k. The offsets
+// s are in grid units, so no division by the width follows.
+template <class G, class V>
+struct GradientND<SplineND<G, V>> {
+    using M = SplineND<G, V>;
+    using Coord = typename M::Pair;
+    using Scratch = grad::ReductionScratch<V>;
+    static void prepare(M& m) { m.prepareForPoints(); }
+    static Scratch makeScratch(const M& m) {
+        return Scratch(m.neighbourhoodSize / 4, m.neighbourhoodSize / 4, m.numDims);
+    }
+    template <class Q>
+    static Coord coord(const M& m, u64 k, Q x, u64 i) noexcept {
+        return m.makePair(k, x, i);
+    }
+    static void prefetch(const M& m, const Coord* c) noexcept { m.prefetch(c); }
+
+    static V horner(const V* q, u64 m, V s) noexcept {
+        return ((q[0] * s + q[m]) * s + q[2 * m]) * s + q[3 * m];
+    }
+    static V hornerDerivative(const V* q, u64 m, V s) noexcept {
+        return (V(3) * q[0] * s + V(2) * q[m]) * s + q[2 * m];
+    }
+
+    static void at(const M& m, const Coord* c, V* g, Scratch& scratch) noexcept {
+        const u64 d = m.numDims;
+        const V* cell = m.coefficientTable.coefficients.get();
+        for (u64 k = 0; k < d; ++k)
+            cell += c[k].index * m.coefficientStrides[k];
+        const u64 quarter = m.neighbourhoodSize / 4;
+        V* r = scratch.data.data();
+        V* comp = r + quarter; // component k at comp + k * quarter
+        u64 n = m.neighbourhoodSize;
+        const V* src = cell;
+        for (u64 k = d; k-- > 0;) {
+            const V s = c[k].s;
+            n >>= 2;
+            for (u64 j = k + 1; j < d; ++j) {
+                V* a = comp + j * quarter;
+                for (u64 p = 0; p < n; ++p)
+                    a[p] = horner(a + p, n, s);
+            }
+            V* own = comp + k * quarter;
+            for (u64 p = 0; p < n; ++p) {
+                own[p] = hornerDerivative(src + p, n, s);
+                r[p] = horner(src + p, n, s);
+            }
+            src = r;
+        }
+        for (u64 k = 0; k < d; ++k)
+            g[k] = grad::nanAsEngine(comp[k * quarter]);
+    }
+};
+
+} // namespace mathinterp
