@@ -133,9 +133,25 @@ struct GradientScatteredFtorND {
     detail::GradientScratchSet<M>* scratch;
 
     void operator()(u64 b, u64 e) const {
+        if constexpr (R == Region::All) {
+            switch (method->numDims) {
+            case 2:
+                return run<2>(b, e);
+            case 3:
+                return run<3>(b, e);
+            default:
+                break;
+            }
+        }
+        run<0>(b, e);
+    }
+
+    // D > 0: the dimension count, known at compile time; D = 0: any.
+    template <u64 D>
+    void run(u64 b, u64 e) const {
         const M& m = *method;
         auto& s = scratch->local();
-        const u64 d = m.numDims;
+        const u64 d = D ? D : m.numDims;
         const Q* const* col = queries->columns.data();
         V* g = s.g.data();
         auto write = [&](u64 q) {
@@ -178,7 +194,7 @@ struct GradientScatteredFtorND {
                 const u64 nn = std::min(detail::SCATTERED_BLOCK, e - q1);
                 if (nn) fill(next, q1, nn);
                 for (u64 j = 0; j < n; ++j) {
-                    K::at(m, cur + j * d, g, s.kernel);
+                    K::template atD<D>(m, cur + j * d, g, s.kernel);
                     write(q0 + j);
                 }
                 std::swap(cur, next);

@@ -39,6 +39,10 @@ struct GradientND<ConstantND<G, V>> {
         for (u64 k = 0; k < m.numDims; ++k)
             g[k] = engineNaN<V>();
     }
+    template <u64 D>
+    static void atD(const M& m, const Coord* c, V* g, Scratch& s) noexcept {
+        at(m, c, g, s);
+    }
 };
 
 template <class G, class V>
@@ -56,6 +60,10 @@ struct GradientND<NearestND<G, V>> {
         const V r = isNaN(m.kernel(c, s)) ? engineNaN<V>() : V(0);
         for (u64 k = 0; k < m.numDims; ++k)
             g[k] = r;
+    }
+    template <u64 D>
+    static void atD(const M& m, const Coord* c, V* g, Scratch& s) noexcept {
+        at(m, c, g, s);
     }
 };
 
@@ -122,9 +130,18 @@ struct GradientND<LinearND<G, V>> {
         }
     }
 
+    template <u64 D>
+    [[gnu::always_inline]] static void atD(const M& m, const Coord* c, V* g,
+                                           Scratch& scratch) noexcept {
+        if constexpr (D == 0)
+            at(m, c, g, scratch);
+        else
+            atFixed<D>(m, c, g, nullptr);
+    }
+
     // D > 0: d known at compile time, everything on the stack; D = 0: any d, in `work`.
     template <u64 D>
-    static void atFixed(const M& m, const Coord* c, V* g, V* work) noexcept {
+    [[gnu::always_inline]] static void atFixed(const M& m, const Coord* c, V* g, V* work) noexcept {
         const u64 d = D ? D : m.numDims;
         const u64 corners = D ? (u64{1} << D) : m.cornerCount;
         V local[D ? (u64{1} << D) * (D + 2) / 2 : 1];
@@ -205,10 +222,20 @@ struct GradientND<CubicND<G, V>> {
     }
 
     static void at(const M& m, const Coord* c, V* g, Scratch& scratch) noexcept {
-        const u64 d = m.numDims;
-        V* s = scratch.data.data();
-        const u64 quarter = m.neighbourhoodSize / 4;
-        V* comp = s + m.neighbourhoodSize;
+        atD<0>(m, c, g, scratch);
+    }
+
+    // D > 0: d known at compile time, the work arrays on the stack; D = 0: any d, in scratch.
+    template <u64 D>
+    [[gnu::always_inline]] static void atD(const M& m, const Coord* c, V* g,
+                                           Scratch& scratch) noexcept {
+        constexpr u64 cellD = D ? u64{1} << (2 * D) : 1;
+        V local[D ? cellD + D * cellD / 4 : 1];
+        const u64 d = D ? D : m.numDims;
+        const u64 cell = D ? cellD : m.neighbourhoodSize;
+        const u64 quarter = cell / 4;
+        V* s = D ? local : scratch.data.data();
+        V* comp = s + cell;
         bool interior = true;
         for (u64 k = 0; k < d; ++k) {
             if (isNaN(c[k].t)) {
@@ -219,7 +246,7 @@ struct GradientND<CubicND<G, V>> {
             interior = interior && c[k].index > 0 && c[k].index < m.lastInterval[k];
         }
         load(m, c, s, interior);
-        u64 n = m.neighbourhoodSize;
+        u64 n = cell;
         for (u64 k = 0; k < d; ++k) {
             const CubicWeights<V> w = cubicWeights(c[k].t);
             const CubicWeights<V> wd = grad::cubicWeightDerivatives<1>(c[k].t);
@@ -303,14 +330,23 @@ struct GradientND<SplineND<G, V>> {
     }
 
     static void at(const M& m, const Coord* c, V* g, Scratch& scratch) noexcept {
-        const u64 d = m.numDims;
+        atD<0>(m, c, g, scratch);
+    }
+
+    // D > 0: d known at compile time, the work arrays on the stack; D = 0: any d, in scratch.
+    template <u64 D>
+    [[gnu::always_inline]] static void atD(const M& m, const Coord* c, V* g,
+                                           Scratch& scratch) noexcept {
+        constexpr u64 quarterD = D ? u64{1} << (2 * D - 2) : 1;
+        V local[D ? quarterD * (D + 1) : 1];
+        const u64 d = D ? D : m.numDims;
         const V* cell = m.coefficientTable.coefficients.get();
         for (u64 k = 0; k < d; ++k)
             cell += c[k].index * m.coefficientStrides[k];
-        const u64 quarter = m.neighbourhoodSize / 4;
-        V* r = scratch.data.data();
+        const u64 quarter = D ? quarterD : m.neighbourhoodSize / 4;
+        V* r = D ? local : scratch.data.data();
         V* comp = r + quarter; // component k at comp + k * quarter
-        u64 n = m.neighbourhoodSize;
+        u64 n = 4 * quarter;
         const V* src = cell;
         for (u64 k = d; k-- > 0;) {
             const V s = c[k].s;

@@ -73,6 +73,11 @@ struct GradientND<MakimaND<G, V>> {
         return ((V(3) * (b - a) * t + V(2) * (a + a - b)) * t + p0) / h;
     }
 
+    template <u64 D>
+    static void atD(const M& m, const Coord* c, V* g, Scratch& s) noexcept {
+        at(m, c, g, s);
+    }
+
     static void at(const M& m, const Coord* c, V* g, Scratch& s) noexcept {
         const u64 d = m.numDims;
         const u64 K = u64{1} << d;

@@ -1,8 +1,8 @@
 // Gradients of every method in 1-4 dimensions, through the interpolant: one table of
 // (method, d) rows run by one checker over double and single precision. Per row: agreement
 // with central differences of our own values away from cell ends, inside and beyond each end
-// (0 for the steps; NaN where the value is NaN); NaN for a NaN coordinate; a full query grid giving the bits of the same
-// points queried one by one; the same bits with one thread as with many.
+// (0 for the steps; NaN where the value is NaN); NaN for a NaN coordinate; a full query grid giving
+// the bits of the same points queried one by one; the same bits with one thread as with many.
 #include "mathinterp/interpolant/GridValidation.hpp"
 #include "mathinterp/interpolant/GriddedInterpolant.hpp"
 
@@ -30,11 +30,10 @@ struct Row {
 };
 
 const Row kRows[] = {
-    {"linear", 1}, {"nearest", 1}, {"next", 1},   {"previous", 1}, {"pchip", 1},
-    {"spline", 1}, {"cubic", 1},   {"makima", 1}, {"linear", 2},   {"nearest", 2},
-    {"spline", 2}, {"cubic", 2},   {"makima", 2}, {"linear", 3},   {"nearest", 3},
-    {"spline", 3}, {"cubic", 3},   {"makima", 3}, {"linear", 4},   {"spline", 4},
-    {"cubic", 4},  {"makima", 4},  {"nearest", 4},
+    {"linear", 1}, {"nearest", 1}, {"next", 1},    {"previous", 1}, {"pchip", 1},   {"spline", 1},
+    {"cubic", 1},  {"makima", 1},  {"linear", 2},  {"nearest", 2},  {"spline", 2},  {"cubic", 2},
+    {"makima", 2}, {"linear", 3},  {"nearest", 3}, {"spline", 3},   {"cubic", 3},   {"makima", 3},
+    {"linear", 4}, {"spline", 4},  {"cubic", 4},   {"makima", 4},   {"nearest", 4},
 };
 
 bool isStep(const std::string& m) {
@@ -44,7 +43,7 @@ bool isStep(const std::string& m) {
 template <class T>
 HostArray array(platform::Dims dims, const std::vector<double>& v) {
     HostArray a = HostArray::createNumeric(dims, std::is_same_v<T, double> ? ClassId::Double
-                                                                            : ClassId::Single);
+                                                                           : ClassId::Single);
     for (u64 i = 0; i < v.size(); ++i)
         a.data<T>()[i] = static_cast<T>(v[i]);
     return a;
