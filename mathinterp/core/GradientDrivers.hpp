@@ -112,6 +112,10 @@ GradientScratchND<M> makeGradientScratch(const M& m) {
     return s;
 }
 
+// Kernels with a packed scattered path for queries of type Q (see GradientND<LinearND>).
+template <class M, class Q>
+concept HasPackedGradient = GradientND<M>::template hasPacked<Q>; // false without the member
+
 template <class M>
 concept HasGradientPrefetch = requires(const M& m, const typename GradientND<M>::Coord* c) {
     GradientND<M>::prefetch(m, c);
@@ -131,6 +135,7 @@ struct GradientScatteredFtorND {
     V* const* outs;
     u64 stride;
     detail::GradientScratchSet<M>* scratch;
+    const void* packed; // K::Packed of this evaluation, when the kernel has a packed path
 
     void operator()(u64 b, u64 e) const {
         if constexpr (R == Region::All) {
@@ -159,6 +164,20 @@ struct GradientScatteredFtorND {
                 outs[j][q * stride] = g[j];
         };
         typename K::Coord* cur = s.coords.data();
+        if constexpr (D != 0 && detail::HasPackedGradient<M, Q>) {
+            const auto& p = *static_cast<const typename K::Packed*>(packed);
+            if (!p.axes.empty()) {
+                auto one = [&](u64 q) {
+                    typename K::Coord c[D];
+                    for (u64 k = 0; k < D; ++k)
+                        c[k] = K::coord(m, k, col[k][q], search[k].find(col[k][q]));
+                    K::template atD<D>(m, c, g, s.kernel);
+                    write(q);
+                };
+                K::template scatteredPacked<D>(m, p, col, b, e, outs, stride, one);
+                return;
+            }
+        }
         if constexpr (R != Region::All) {
             for (u64 q = b; q < e; ++q) {
                 bool inside = true;
@@ -293,10 +312,18 @@ void gradientPlanesND(const std::vector<std::unique_ptr<M>>& methods, bool gridd
         if (!gridded) {
             const QueryColumns<Q> cols = detail::scatteredColumns<Q>(queries, d, m);
             const auto search = detail::searchesOf<Q>(m0);
+            // Packed tables depend on the grid only: made once, from plane 0's object.
+            const auto tables = [&] {
+                if constexpr (detail::HasPackedGradient<M, Q>)
+                    return K::makePacked(m0);
+                else
+                    return 0;
+            }();
+            const void* packed = &tables;
             for (u64 k = 0; k < planes; ++k) {
                 const u64 stride = planeOutputs(k);
-                GradientScatteredFtorND<M, R, Q> f{methods[k].get(), search.data(), &cols,
-                                                   outs.data(),      stride,        &scratch};
+                GradientScatteredFtorND<M, R, Q> f{
+                    methods[k].get(), search.data(), &cols, outs.data(), stride, &scratch, packed};
                 forEachRange(m, f);
             }
             return;

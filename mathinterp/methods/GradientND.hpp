@@ -14,6 +14,7 @@
 #include "mathinterp/methods/CubicND.hpp"
 #include "mathinterp/methods/Gradient1D.hpp"
 #include "mathinterp/methods/LinearND.hpp"
+#include "mathinterp/methods/LinearNDGradientSimd.hpp"
 #include "mathinterp/methods/NearestND.hpp"
 #include "mathinterp/methods/SplineND.hpp"
 
@@ -109,6 +110,41 @@ struct GradientND<LinearND<G, V>> {
             o += c[k].offset;
         prefetchLine(m.values + o);
         if (m.numDims >= 2) prefetchLine(m.values + o + m.cornerOffsets[2]);
+    }
+
+    // The packed scattered path (LinearNDGradientSimd.hpp): double grid, values and queries,
+    // d = 2 or 3, AVX2, a value plane small enough for 32-bit offsets. Its tables depend on
+    // the grid only; empty axes: the path is off.
+    struct Packed {
+        platform::HostVector<simd::SimdAxis> axes;
+        platform::HostVector<std::int32_t> corners;
+    };
+    template <class Q>
+    static constexpr bool hasPacked = simd::allDouble<G, V, Q>;
+    static Packed makePacked(const M& m) {
+        Packed p;
+        if constexpr (hasPacked<double>) {
+            const u64 d = m.numDims;
+            if (!simd::avx2Available() || d < 2 || d > 3) return p;
+            u64 total = 1;
+            for (u64 k = 0; k < d; ++k)
+                total *= m.gridSizes[k]; // checked against overflow when stored
+            if (total >= (u64{1} << 31)) return p;
+            for (u64 k = 0; k < d; ++k)
+                p.axes.push_back(simd::simdAxis(m.gridVectors[k], m.gridSizes[k], m.meanSpacing[k],
+                                                m.strides[k]));
+            for (u64 c = 0; c < m.cornerCount; ++c)
+                p.corners.push_back(static_cast<std::int32_t>(m.cornerOffsets[c]));
+        }
+        return p;
+    }
+    // Queries [b, e) of d = D columns; one(q) runs the scalar kernel for query q.
+    template <u64 D, class Q, class One>
+    static void scatteredPacked(const M& m, const Packed& p, const Q* const* col, u64 b, u64 e,
+                                V* const* outs, u64 stride, One&& one) {
+        if constexpr (hasPacked<Q>)
+            simd::linearGradientScattered<static_cast<int>(D)>(
+                p.axes.data(), m.values, p.corners.data(), col, b, e, outs, stride, one);
     }
 
     static V lerp(V a, V b, V w) noexcept { return a == b ? a : a * (V(1) - w) + b * w; }

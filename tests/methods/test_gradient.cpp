@@ -5,6 +5,7 @@
 // the bits of the same points queried one by one; the same bits with one thread as with many.
 #include "mathinterp/interpolant/GridValidation.hpp"
 #include "mathinterp/interpolant/GriddedInterpolant.hpp"
+#include "support/SimdLevels.hpp"
 
 #include <platform/HostArray.hpp>
 
@@ -175,3 +176,51 @@ TEST(Gradient, EveryMethodAndDimensionSingle) {
 }
 
 } // namespace
+
+// Values with plateaus (equal neighbours, where the value step passes a value through
+// unrounded), queries on grid lines, beyond the ends and NaN: every packed level gives the
+// bits of the scalar kernel.
+TEST(Gradient, PackedLinearGivesTheScalarBits) {
+    for (u64 d : {2, 3}) {
+        std::mt19937 gen(static_cast<unsigned>(d));
+        std::vector<HostArray> vecs;
+        std::vector<std::vector<double>> x(d);
+        u64 points = 1;
+        for (u64 k = 0; k < d; ++k) {
+            for (u64 i = 0; i < 9; ++i)
+                x[k].push_back(k == 0 ? 0.5 * static_cast<double>(i)
+                                      : static_cast<double>(i * i) / 7.0);
+            vecs.push_back(array<double>({1, 9}, x[k]));
+            points *= 9;
+        }
+        std::vector<double> vals(points);
+        for (double& v : vals)
+            v = static_cast<double>(gen() % 3) / 3.0;
+        GriddedInterpolant F;
+        const HostArray args[3] = {mathinterp::makeCell(vecs),
+                                   array<double>(platform::Dims(d, 9), vals),
+                                   HostArray::charRow("linear")};
+        F.construct(3, args);
+        const u64 M = 4099;
+        std::vector<double> P(M * d);
+        for (u64 i = 0; i < M; ++i)
+            for (u64 k = 0; k < d; ++k)
+                P[k * M + i] = (i % 7 == 0) ? x[k][gen() % 9]
+                                            : -0.5 + static_cast<double>(gen() % 10000) * 1e-3 *
+                                                         (x[k].back() + 1.0);
+        P[M + 5] = std::nan("");
+        const HostArray q = array<double>({M, d}, P);
+        std::vector<double> scalar;
+        testsupport::forEachSimdLevel([&] {
+            const std::vector<double> g = read<double>(F.gradient(1, &q));
+            if (scalar.empty()) {
+                mathinterp::simd::limitSimd(mathinterp::simd::SimdLevel::None);
+                scalar = read<double>(F.gradient(1, &q));
+                mathinterp::simd::limitSimd(mathinterp::simd::SimdLevel::Avx512);
+            }
+            for (u64 i = 0; i < g.size(); ++i)
+                ASSERT_EQ(std::memcmp(&g[i], &scalar[i], sizeof(double)), 0)
+                    << "d=" << d << " entry " << i << ": " << g[i] << " vs " << scalar[i];
+        });
+    }
+}
