@@ -281,7 +281,17 @@ struct GradientND<CubicND<G, V>> {
             }
             interior = interior && c[k].index > 0 && c[k].index < m.lastInterval[k];
         }
-        load(m, c, s, interior);
+        if (D != 0 && interior) { // the common case, with a constant trip count
+            u64 first = 0;
+            for (u64 k = 0; k < d; ++k)
+                first += (c[k].index - 1) * m.strides[k];
+            const V* y = m.values + first;
+            const u64* off = m.neighbourhoodOffsets.data();
+            for (u64 j = 0; j < cell; ++j)
+                s[j] = y[off[j]];
+        } else {
+            load(m, c, s, interior);
+        }
         u64 n = cell;
         for (u64 k = 0; k < d; ++k) {
             const CubicWeights<V> w = cubicWeights(c[k].t);

@@ -22,6 +22,7 @@ warnings are ``InterpolationWarning`` with the same attribute.
 from __future__ import annotations
 
 import contextlib
+import numbers
 import threading
 from typing import Any, Iterator
 
@@ -222,7 +223,7 @@ class griddedInterpolant:
         of ``xq``, shaped as ``F(xq)``. "linear" has second derivative 0 inside a cell."""
         d, vs = self._layout()
         args, shape, morder = _prepare_queries(d, vs, (xq,))
-        o = float(order) if isinstance(order, (int, float)) and not isinstance(order, bool) else order
+        o = float(order) if isinstance(order, numbers.Real) and not isinstance(order, bool) else order
         (out,) = _core.invoke("derivative", self._mi_host, args + (o,), 1)
         return _shape_gradient(out, shape, morder, 1, vs)
 
