@@ -157,6 +157,18 @@ def test_outside_uses_the_extrapolation_method_only(rng):
     assert np.isnan(none).all()
     near = GI((x, x), np.outer(y, y), "linear", "nearest").gradient(np.array([[x[-1] + 1, x[2]]]))
     np.testing.assert_array_equal(near, [[0.0, 0.0]])
+    # N-D, on a full query grid and point by point: inside the box the linear slopes, outside
+    # (any coordinate out) the spline's.
+    V = rng.standard_normal((8, 8))
+    q = (np.array([x[0] - 0.4, x[1], 0.5 * (x[3] + x[4]), x[-1] + 0.3]),
+         np.array([0.5 * (x[2] + x[3]), x[-1], x[-1] + 0.2]))
+    P = np.column_stack([a.ravel(order="F") for a in np.meshgrid(*q, indexing="ij")])
+    mixed = GI((x, x), V, "linear", "spline")
+    grid_g = mixed.gradient(q).reshape(-1, 2, order="F")
+    np.testing.assert_array_equal(grid_g, mixed.gradient(P))
+    inside = ((P >= x[0]) & (P <= x[-1])).all(axis=1)
+    np.testing.assert_array_equal(grid_g[inside], GI((x, x), V, "linear").gradient(P[inside]))
+    np.testing.assert_array_equal(grid_g[~inside], GI((x, x), V, "spline").gradient(P[~inside]))
     u = np.linspace(0.0, 1.0, 8)
     for method in ("linear", "spline", "cubic", "makima"):
         g = GI((u, u), np.outer(y, y), method).gradient(np.array([[np.nan, 0.2], [0.5, 0.3]]))
