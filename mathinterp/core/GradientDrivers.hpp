@@ -116,6 +116,10 @@ GradientScratchND<M> makeGradientScratch(const M& m) {
 template <class M, class Q>
 concept HasPackedGradient = GradientND<M>::template hasPacked<Q>; // false without the member
 
+// Kernels with a whole-grid path for gridded queries (see GradientND<SplineND>).
+template <class M>
+concept HasGriddedGradient = GradientND<M>::hasGriddedPlane; // false without the member
+
 template <class M>
 concept HasGradientPrefetch = requires(const M& m, const typename GradientND<M>::Coord* c) {
     GradientND<M>::prefetch(m, c);
@@ -293,8 +297,10 @@ void gradientPlanesND(const std::vector<std::unique_ptr<M>>& methods, bool gridd
         }
     }
     if (count == 0) return;
-    for (u64 k = 0; k < planes; ++k)
-        K::prepare(*methods[k]);
+    constexpr bool wholeGrid = R == Region::All && detail::HasGriddedGradient<M>;
+    if (!(wholeGrid && gridded)) // the whole-grid path prepares what it needs itself
+        for (u64 k = 0; k < planes; ++k)
+            K::prepare(*methods[k]);
     detail::GradientScratchSet<M> scratch(detail::makeGradientScratch(*methods[0]));
     platform::HostVector<V*> outs(d);
     auto planeOutputs = [&](u64 k) {
@@ -346,6 +352,14 @@ void gradientPlanesND(const std::vector<std::unique_ptr<M>>& methods, bool gridd
             }
             coordPtr[k] = coords[k].data();
             insidePtr[k] = inside[k].data();
+        }
+        if constexpr (wholeGrid) {
+            for (u64 k = 0; k < planes; ++k) {
+                const u64 stride = planeOutputs(k);
+                K::griddedPlane(*methods[k], coordPtr.data(), lengths.data(), count, outs.data(),
+                                stride);
+            }
+            return;
         }
         for (u64 k = 0; k < planes; ++k) {
             const u64 stride = planeOutputs(k);

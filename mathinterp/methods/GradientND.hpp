@@ -350,6 +350,67 @@ struct GradientND<CubicND<G, V>> {
     }
 };
 
+namespace grad {
+
+// Order 0 (values) or 1 (derivatives) of `lines` lines of 1-D piecewise cubics (line l's four
+// blocks of `pieces` at coef + l * 4 * pieces) at m query pairs; result j of line l to
+// out[(l * m + j) * stride]. The value case is SplineND's evaluateLines.
+template <int Order, class V, class Pair>
+void evaluateLineOrder(const V* coef, u64 pieces, u64 lines, const Pair* pairs, u64 m, V* out,
+                       u64 stride) {
+    if constexpr (Order == 0) {
+        detail::evaluateLines(coef, pieces, lines, pairs, m, out, stride);
+    } else {
+        auto body = [&](u64 b, u64 e) {
+            for (u64 l = b; l < e; ++l) {
+                const V* c = coef + l * 4 * pieces;
+                V* o = out + l * m * stride;
+                for (u64 j = 0; j < m; ++j)
+                    o[j * stride] =
+                        nanAsEngine(cubicPieceDerivative<1>(c, pieces, pairs[j].index, pairs[j].s));
+            }
+        };
+        const u64 grain = std::max<u64>(1, QUERY_GRAIN / std::max<u64>(m, 1));
+        if (lines * m < PARALLEL_MIN_QUERIES)
+            body(0, lines);
+        else
+            forEachRange(lines, body, 2, grain);
+    }
+}
+
+// SplineND's fitAndEvaluateLines with the evaluation of order 0 or 1: columns in chunks that
+// fit in cache, gathered, fitted and evaluated.
+template <int Order, class V, class G, class Pair>
+void fitAndEvaluateLineOrder(const V* src, u64 lines, const G* grid, u64 n, const Pair* pairs,
+                             u64 m, V* dst, u64 stride) {
+    if constexpr (Order == 0) {
+        detail::fitAndEvaluateLines(src, lines, grid, n, pairs, m, dst, stride);
+    } else {
+        const u64 width = std::max<u64>(4, (u64{1} << 15) / n);
+        const u64 chunks = (lines + width - 1) / width;
+        auto body = [&](u64 cb, u64 ce) {
+            const u64 pieces = n - 1;
+            platform::HostVector<V> in(n * width), coef(4 * pieces * width);
+            for (u64 chunk = cb; chunk < ce; ++chunk) {
+                const u64 a = chunk * width;
+                const u64 w = std::min(width, lines - a);
+                for (u64 j = 0; j < n; ++j)
+                    for (u64 l = 0; l < w; ++l)
+                        in[j * w + l] = src[j * lines + a + l];
+                splineCoefficientsInto<V, G>(coef.data(), in.data(), grid, n, w);
+                evaluateLineOrder<1>(coef.data(), pieces, w, pairs, m, dst + a * m * stride,
+                                     stride);
+            }
+        };
+        if (chunks == 1)
+            body(0, 1);
+        else
+            forEachRange(chunks, body, 2, 1);
+    }
+}
+
+} // namespace grad
+
 // Spline: the cell's 4^d tensor coefficients reduced by Horner's rule, last dimension first
 // as in the value kernel; component k takes (3 a s + 2 b) s + c in dimension k. The offsets
 // s are in grid units, so no division by the width follows.
@@ -367,6 +428,54 @@ struct GradientND<SplineND<G, V>> {
         return m.makePair(k, x, i);
     }
     static void prefetch(const M& m, const Coord* c) noexcept { m.prefetch(c); }
+
+    // A full grid of queries, component by component, by SplineND's gridded reduction (fit
+    // and evaluate along the last dimension, then the next): component j evaluates the
+    // derivative in the pass of dimension j and values in every other pass. No tensor table
+    // is built; the last dimension's fit is made once per call.
+    static constexpr bool hasGriddedPlane = true;
+    static void griddedPlane(const M& sp, const Coord* const* tables, const u64* mq, u64 total,
+                             V* const* outs, u64 stride) {
+        const u64 d = sp.numDims;
+        const u64* n = sp.gridSizes.data();
+        auto linesOf = [&](u64 k) {
+            u64 lines = 1;
+            for (u64 j = 0; j < k; ++j)
+                lines = checkedMul(lines, n[j]);
+            for (u64 j = k + 1; j < d; ++j)
+                lines = checkedMul(lines, mq[j]);
+            return lines;
+        };
+        u64 largest = 0;
+        for (u64 k = d; k-- > 1;)
+            largest = std::max(largest, checkedMul(mq[k], linesOf(k)));
+        static_cast<void>(checkedBytes<V>(largest));
+        if (total == 0) return;
+        const SplineRecord<V> last =
+            splineCoefficients<V, G>(sp.values, sp.gridVectors.data(), sp.gridSizes.data(), d);
+        HostBlock<V> buffers[2] = {allocateHostBlock<V>(largest), allocateHostBlock<V>(largest)};
+        for (u64 j = 0; j < d; ++j) {
+            const u64 top = d - 1;
+            V* dst = buffers[top % 2].get();
+            if (j == top)
+                grad::evaluateLineOrder<1>(last.coefficients.get(), last.pieces, last.columns,
+                                           tables[top], mq[top], dst, 1);
+            else
+                grad::evaluateLineOrder<0>(last.coefficients.get(), last.pieces, last.columns,
+                                           tables[top], mq[top], dst, 1);
+            for (u64 k = top; k-- > 0;) {
+                const V* src = buffers[(k + 1) % 2].get();
+                V* to = k == 0 ? outs[j] : buffers[k % 2].get();
+                const u64 st = k == 0 ? stride : 1;
+                if (j == k)
+                    grad::fitAndEvaluateLineOrder<1>(src, linesOf(k), sp.gridVectors[k], n[k],
+                                                     tables[k], mq[k], to, st);
+                else
+                    grad::fitAndEvaluateLineOrder<0>(src, linesOf(k), sp.gridVectors[k], n[k],
+                                                     tables[k], mq[k], to, st);
+            }
+        }
+    }
 
     static V horner(const V* q, u64 m, V s) noexcept {
         return ((q[0] * s + q[m]) * s + q[2 * m]) * s + q[3 * m];
