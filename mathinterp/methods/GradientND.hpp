@@ -57,6 +57,8 @@ struct GradientND<NearestND<G, V>> {
     static Coord coord(const M& m, u64 k, Q x, u64 i) noexcept {
         return m.makePair(k, x, i);
     }
+    // The value decides between 0 and NaN: its line is requested ahead, as evaluation does.
+    static void prefetch(const M& m, const Coord* c) noexcept { m.prefetch(c); }
     static void at(const M& m, const Coord* c, V* g, Scratch& s) noexcept {
         const V r = isNaN(m.kernel(c, s)) ? engineNaN<V>() : V(0);
         for (u64 k = 0; k < m.numDims; ++k)
