@@ -12,6 +12,7 @@
 
 #include "mathinterp/methods/ConstantND.hpp"
 #include "mathinterp/methods/CubicND.hpp"
+#include "mathinterp/methods/CubicNDGradientSimd.hpp"
 #include "mathinterp/methods/Gradient1D.hpp"
 #include "mathinterp/methods/LinearND.hpp"
 #include "mathinterp/methods/LinearNDGradientSimd.hpp"
@@ -252,6 +253,38 @@ struct GradientND<CubicND<G, V>> {
                 prefetchLine(m.values + row);
                 prefetchLine(m.values + row + 3);
             }
+        }
+    }
+
+    // The packed scattered path (CubicNDGradientSimd.hpp): double grid, values and queries,
+    // d = 2 with at least four points per dimension, AVX2, a value plane small enough for
+    // 32-bit offsets. Empty axes: the path is off.
+    struct Packed {
+        platform::HostVector<simd::SimdAxis> axes;
+    };
+    template <class Q>
+    static constexpr bool hasPacked = simd::allDouble<G, V, Q>;
+    static Packed makePacked(const M& m) {
+        Packed p;
+        if constexpr (hasPacked<double>) {
+            if (!simd::avx2Available() || m.numDims != 2) return p;
+            if (m.totalValues >= (u64{1} << 31)) return p;
+            if (m.gridSizes[0] < 4 || m.gridSizes[1] < 4) return p;
+            for (u64 k = 0; k < 2; ++k)
+                p.axes.push_back(simd::simdAxis(m.gridVectors[k], m.gridSizes[k], m.meanSpacing[k],
+                                                m.strides[k]));
+        }
+        return p;
+    }
+    // Queries [b, e) of d = D columns; one(q) runs the scalar kernel for query q.
+    template <u64 D, class Q, class One>
+    static void scatteredPacked(const M& m, const Packed& p, const Q* const* col, u64 b, u64 e,
+                                V* const* outs, u64 stride, One&& one) {
+        if constexpr (hasPacked<Q> && D == 2) {
+            simd::cubicGradientScattered2(p.axes.data(), m.values, col, b, e, outs, stride, one);
+        } else {
+            for (u64 q = b; q < e; ++q)
+                one(q);
         }
     }
 

@@ -186,19 +186,22 @@ TEST(Gradient, EveryMethodAndDimensionSingle) {
 
 } // namespace
 
-// Values with plateaus (equal neighbours, where the value step passes a value through
+// Values with plateaus (equal neighbours, where the multilinear step passes a value through
 // unrounded), queries on grid lines, beyond the ends and NaN: every packed level gives the
-// bits of the scalar kernel.
-TEST(Gradient, PackedLinearGivesTheScalarBits) {
-    for (u64 d : {2, 3}) {
+// bits of the scalar kernel (multilinear in 2-D and 3-D, cubic convolution in 2-D).
+TEST(Gradient, PackedKernelsGiveTheScalarBits) {
+    const Row rows[] = {{"linear", 2}, {"linear", 3}, {"cubic", 2}};
+    for (const Row& row : rows) {
+        const u64 d = row.d;
+        const bool uniform = std::string(row.method) == "cubic";
         std::mt19937 gen(static_cast<unsigned>(d));
         std::vector<HostArray> vecs;
         std::vector<std::vector<double>> x(d);
         u64 points = 1;
         for (u64 k = 0; k < d; ++k) {
             for (u64 i = 0; i < 9; ++i)
-                x[k].push_back(k == 0 ? 0.5 * static_cast<double>(i)
-                                      : static_cast<double>(i * i) / 7.0);
+                x[k].push_back(k == 0 || uniform ? 0.5 * static_cast<double>(i) - 0.3
+                                                 : static_cast<double>(i * i) / 7.0);
             vecs.push_back(array<double>({1, 9}, x[k]));
             points *= 9;
         }
@@ -208,15 +211,16 @@ TEST(Gradient, PackedLinearGivesTheScalarBits) {
         GriddedInterpolant F;
         const HostArray args[3] = {mathinterp::makeCell(vecs),
                                    array<double>(platform::Dims(d, 9), vals),
-                                   HostArray::charRow("linear")};
+                                   HostArray::charRow(row.method)};
         F.construct(3, args);
         const u64 M = 4099;
         std::vector<double> P(M * d);
         for (u64 i = 0; i < M; ++i)
             for (u64 k = 0; k < d; ++k)
                 P[k * M + i] = (i % 7 == 0) ? x[k][gen() % 9]
-                                            : -0.5 + static_cast<double>(gen() % 10000) * 1e-3 *
-                                                         (x[k].back() + 1.0);
+                                            : x[k][0] - 0.5 +
+                                                  static_cast<double>(gen() % 10000) * 1e-4 *
+                                                      (x[k].back() - x[k][0] + 1.0);
         P[M + 5] = std::nan("");
         const HostArray q = array<double>({M, d}, P);
         std::vector<double> scalar;
@@ -229,7 +233,8 @@ TEST(Gradient, PackedLinearGivesTheScalarBits) {
             }
             for (u64 i = 0; i < g.size(); ++i)
                 ASSERT_EQ(std::memcmp(&g[i], &scalar[i], sizeof(double)), 0)
-                    << "d=" << d << " entry " << i << ": " << g[i] << " vs " << scalar[i];
+                    << row.method << " d=" << d << " entry " << i << ": " << g[i] << " vs "
+                    << scalar[i];
         });
     }
 }
