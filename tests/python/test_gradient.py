@@ -233,3 +233,20 @@ def test_derivative_errors(rng):
     x = grid(5, rng)
     expect_error("DerivativeOrderErrId", GI(x, x, "spline").derivative, x, 3)
     expect_error("Derivative1DOnlyErrId", GI((x, x), np.ones((5, 5))).derivative, x, 1)
+
+
+@pytest.mark.parametrize("method", ["linear", "pchip", "spline", "makima", "cubic", "nearest"])
+def test_nan_values_give_nan_gradients_where_values_are_nan(method, rng):
+    x = np.linspace(0.0, 4.0, 9)
+    for V in (rng.standard_normal(9), rng.standard_normal((9, 9))):
+        if method == "pchip" and V.ndim == 2:
+            continue
+        V = V.copy()
+        V[(4,) * V.ndim] = np.nan
+        F = GI((x,) * V.ndim if V.ndim > 1 else x, V, method)
+        P = rng.uniform(-0.5, 4.5, (400, V.ndim))
+        q = P if V.ndim > 1 else P[:, 0]
+        nan_value = np.isnan(F(q))
+        assert nan_value.any()
+        g = F.gradient(q).reshape(len(P), V.ndim)
+        assert np.isnan(g[nan_value]).all(), method
