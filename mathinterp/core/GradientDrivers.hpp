@@ -170,7 +170,7 @@ struct GradientScatteredFtorND {
         typename K::Coord* cur = s.coords.data();
         if constexpr (D != 0 && detail::HasPackedGradient<M, Q>) {
             const auto& p = *static_cast<const typename K::Packed*>(packed);
-            if (!p.axes.empty()) {
+            if (K::packedUsable(p)) {
                 auto one = [&](u64 q) {
                     typename K::Coord c[D];
                     for (u64 k = 0; k < D; ++k)

@@ -60,6 +60,39 @@ struct GradientND<NearestND<G, V>> {
     }
     // The value decides between 0 and NaN: its line is requested ahead, as evaluation does.
     static void prefetch(const M& m, const Coord* c) noexcept { m.prefetch(c); }
+
+    // Scattered 2-D and 3-D double queries: the values come from the packed value kernel in
+    // chunks (its bits, hence its NaNs), then 0 or NaN per component; a NaN value (or a lane
+    // the packed kernel leaves to the scalar one) takes the scalar gradient.
+    struct Packed {
+        bool usable = false;
+    };
+    template <class Q>
+    static constexpr bool hasPacked = M::template hasSimdPath<Q>;
+    static Packed makePacked(const M& m) { return {m.simdUsable()}; }
+    static bool packedUsable(const Packed& p) noexcept { return p.usable; }
+    template <u64 D, class Q, class One>
+    static void scatteredPacked(const M& m, const Packed&, const Q* const* col, u64 b, u64 e,
+                                V* const* outs, u64 stride, One&& one) {
+        constexpr u64 chunk = 256;
+        V value[chunk];
+        const Q* shifted[D];
+        for (u64 q0 = b; q0 < e; q0 += chunk) {
+            const u64 n = std::min(chunk, e - q0);
+            for (u64 k = 0; k < D; ++k)
+                shifted[k] = col[k] + q0;
+            m.template scatteredSimd<D>(shifted, 0, n, value, 1,
+                                        [](u64) { return engineNaN<V>(); });
+            for (u64 j = 0; j < n; ++j) {
+                if (isNaN(value[j])) {
+                    one(q0 + j);
+                    continue;
+                }
+                for (u64 k = 0; k < D; ++k)
+                    outs[k][(q0 + j) * stride] = V(0);
+            }
+        }
+    }
     static void at(const M& m, const Coord* c, V* g, Scratch& s) noexcept {
         const V r = isNaN(m.kernel(c, s)) ? engineNaN<V>() : V(0);
         for (u64 k = 0; k < m.numDims; ++k)
@@ -141,6 +174,7 @@ struct GradientND<LinearND<G, V>> {
         }
         return p;
     }
+    static bool packedUsable(const Packed& p) noexcept { return !p.axes.empty(); }
     // Queries [b, e) of d = D columns; one(q) runs the scalar kernel for query q.
     template <u64 D, class Q, class One>
     static void scatteredPacked(const M& m, const Packed& p, const Q* const* col, u64 b, u64 e,
@@ -276,6 +310,7 @@ struct GradientND<CubicND<G, V>> {
         }
         return p;
     }
+    static bool packedUsable(const Packed& p) noexcept { return !p.axes.empty(); }
     // Queries [b, e) of d = D columns; one(q) runs the scalar kernel for query q.
     template <u64 D, class Q, class One>
     static void scatteredPacked(const M& m, const Packed& p, const Q* const* col, u64 b, u64 e,
