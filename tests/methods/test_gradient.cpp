@@ -188,9 +188,9 @@ TEST(Gradient, EveryMethodAndDimensionSingle) {
 
 // Values with plateaus (equal neighbours, where the multilinear step passes a value through
 // unrounded), queries on grid lines, beyond the ends and NaN: every packed level gives the
-// bits of the scalar kernel (multilinear in 2-D and 3-D, cubic convolution in 2-D).
+// bits of the scalar kernel (multilinear in 2-D and 3-D, cubic convolution in 2-D, nearest).
 TEST(Gradient, PackedKernelsGiveTheScalarBits) {
-    const Row rows[] = {{"linear", 2}, {"linear", 3}, {"cubic", 2}};
+    const Row rows[] = {{"linear", 2}, {"linear", 3}, {"cubic", 2}, {"nearest", 3}};
     for (const Row& row : rows) {
         const u64 d = row.d;
         const bool uniform = std::string(row.method) == "cubic";
