@@ -116,7 +116,9 @@ GradientScratchND<M> makeGradientScratch(const M& m) {
 template <class M, class Q>
 concept HasPackedGradient = GradientND<M>::template hasPacked<Q>; // false without the member
 
-// Kernels with a whole-grid path for gridded queries (see GradientND<SplineND>).
+// Kernels with a whole-grid path for gridded queries (GradientND<SplineND>, <LinearND>):
+// griddedPlane returns false when it does not suit (the per-point loop runs instead);
+// griddedPreparesItself: no prepare() before it (the spline's tensor table is not needed).
 template <class M>
 concept HasGriddedGradient = GradientND<M>::hasGriddedPlane; // false without the member
 
@@ -298,7 +300,9 @@ void gradientPlanesND(const std::vector<std::unique_ptr<M>>& methods, bool gridd
     }
     if (count == 0) return;
     constexpr bool wholeGrid = R == Region::All && detail::HasGriddedGradient<M>;
-    if (!(wholeGrid && gridded)) // the whole-grid path prepares what it needs itself
+    bool prepared = false;
+    if constexpr (wholeGrid) prepared = gridded && K::griddedPreparesItself;
+    if (!prepared)
         for (u64 k = 0; k < planes; ++k)
             K::prepare(*methods[k]);
     detail::GradientScratchSet<M> scratch(detail::makeGradientScratch(*methods[0]));
@@ -353,16 +357,12 @@ void gradientPlanesND(const std::vector<std::unique_ptr<M>>& methods, bool gridd
             coordPtr[k] = coords[k].data();
             insidePtr[k] = inside[k].data();
         }
-        if constexpr (wholeGrid) {
-            for (u64 k = 0; k < planes; ++k) {
-                const u64 stride = planeOutputs(k);
-                K::griddedPlane(*methods[k], coordPtr.data(), lengths.data(), count, outs.data(),
-                                stride);
-            }
-            return;
-        }
         for (u64 k = 0; k < planes; ++k) {
             const u64 stride = planeOutputs(k);
+            if constexpr (wholeGrid)
+                if (K::griddedPlane(*methods[k], coordPtr.data(), lengths.data(), count,
+                                    outs.data(), stride))
+                    continue;
             GradientGriddedFtorND<M, R> f{methods[k].get(), coordPtr.data(), insidePtr.data(),
                                           lengths.data(),   count,           outs.data(),
                                           stride,           &scratch};

@@ -5,7 +5,8 @@
 // kernel's order, carrying the partial derivatives along (forward mode): the reduction of
 // dimension k differentiates the factor of dimension k for component k and applies the value
 // weights to every component found so far, so one pass over the cell's data gives all d
-// components. Every component is finally divided by the cell width of its dimension.
+// components. Every component is finally divided by the cell width of its dimension (the
+// multilinear one: its differences are scaled by the reciprocal width as they are formed).
 // Nearest has gradient 0 (NaN where its value is NaN), "none" NaN; a NaN coordinate or a NaN
 // reaching the cell from the values gives the engine's NaN.
 #pragma once
@@ -120,14 +121,14 @@ struct ReductionScratch {
 
 // Multilinear: the cell's 2^d corners reduced dimension 0 first with the value kernel's step
 // (equal ends pass through), component k taking the difference b - a (0 for equal ends) in
-// dimension k.
+// dimension k times the reciprocal cell width (formed once per coordinate).
 template <class G, class V>
 struct GradientND<LinearND<G, V>> {
     using M = LinearND<G, V>;
     struct Coord {
         u64 offset;
         V t;
-        V h;
+        V invH; // 1 / h in the value type
     };
     using Scratch = grad::ReductionScratch<V>;
     static void prepare(M& m) { m.prepareForPoints(); }
@@ -138,7 +139,8 @@ struct GradientND<LinearND<G, V>> {
     static Coord coord(const M& m, u64 k, Q xq, u64 i) noexcept {
         const G x = static_cast<G>(xq);
         const G h = m.cellWidths[k][i];
-        return {i * m.strides[k], static_cast<V>((x - m.gridVectors[k][i]) / h), static_cast<V>(h)};
+        return {i * m.strides[k], static_cast<V>((x - m.gridVectors[k][i]) / h),
+                V(1) / static_cast<V>(h)};
     }
     static void prefetch(const M& m, const Coord* c) noexcept {
         u64 o = 0;
@@ -182,6 +184,84 @@ struct GradientND<LinearND<G, V>> {
         if constexpr (hasPacked<Q>)
             simd::linearGradientScattered<static_cast<int>(D)>(
                 p.axes.data(), m.values, p.corners.data(), col, b, e, outs, stride, one);
+    }
+
+    // A full 2-D grid of queries (stride 1, no NaN coordinate), as evaluation's separable
+    // path does it: per grid column c that a query cell touches, the dimension-0 steps r_c and
+    // scaled differences e_c at every query row; per cell column j, (r_(j+1) - r_j) / h_j.
+    // Output (i, q) is then lerp(e_j, e_(j+1), t_q) and a copy: the kernel's very operations,
+    // so its bits. false (nothing written): the per-point loop runs instead.
+    static constexpr bool hasGriddedPlane = true;
+    static constexpr bool griddedPreparesItself = false;
+    static bool griddedPlane(const M& m, const Coord* const* tables, const u64* mq, u64,
+                             V* const* outs, u64 stride) {
+        if (m.numDims != 2 || stride != 1) return false;
+        const u64 m0 = mq[0], m1 = mq[1];
+        const u64 n1 = m.gridSizes[1], s1 = m.strides[1];
+        const Coord* p0 = tables[0];
+        const Coord* p1 = tables[1];
+        platform::HostVector<u64> slot(n1, ~u64{0}), cellSlot(n1, ~u64{0});
+        platform::HostVector<V> cellInvH;
+        u64 columns = 0, cells = 0;
+        for (u64 q = 0; q < m1; ++q) {
+            if (isNaN(p1[q].t)) return false;
+            const u64 j = p1[q].offset / s1;
+            for (u64 c = j; c <= j + 1; ++c)
+                if (slot[c] == ~u64{0}) slot[c] = columns++;
+            if (cellSlot[j] == ~u64{0}) {
+                cellSlot[j] = cells++;
+                cellInvH.push_back(p1[q].invH);
+            }
+        }
+        for (u64 i = 0; i < m0; ++i)
+            if (isNaN(p0[i].t)) return false;
+        if (columns >= m1 || (2 * columns + cells) * m0 > (u64{1} << 23)) return false;
+        platform::HostVector<V> r(columns * m0), e(columns * m0), dcell(cells * m0);
+        platform::HostVector<u64> gridColumn(columns);
+        for (u64 c = 0; c < n1; ++c)
+            if (slot[c] != ~u64{0}) gridColumn[slot[c]] = c;
+        auto reduceColumns = [&](u64 b, u64 end) {
+            for (u64 k = b; k < end; ++k) {
+                const V* col = m.values + gridColumn[k] * s1;
+                V* rk = r.data() + k * m0;
+                V* ek = e.data() + k * m0;
+                for (u64 i = 0; i < m0; ++i) {
+                    const V a = col[p0[i].offset], b2 = col[p0[i].offset + 1];
+                    ek[i] = diff(a, b2) * p0[i].invH;
+                    rk[i] = lerp(a, b2, p0[i].t);
+                }
+            }
+        };
+        forEachRange(columns, reduceColumns, 2, 1);
+        platform::HostVector<u64> cellColumn(cells);
+        for (u64 c = 0; c < n1; ++c)
+            if (cellSlot[c] != ~u64{0}) cellColumn[cellSlot[c]] = c;
+        auto cellDifferences = [&](u64 b, u64 end) {
+            for (u64 k = b; k < end; ++k) {
+                const u64 j = cellColumn[k];
+                const V* lo = r.data() + slot[j] * m0;
+                const V* hi = r.data() + slot[j + 1] * m0;
+                V* dk = dcell.data() + k * m0;
+                for (u64 i = 0; i < m0; ++i)
+                    dk[i] = grad::nanAsEngine(diff(lo[i], hi[i]) * cellInvH[k]);
+            }
+        };
+        forEachRange(cells, cellDifferences, 2, 1);
+        auto outputColumns = [&](u64 b, u64 end) {
+            for (u64 q = b; q < end; ++q) {
+                const u64 j = p1[q].offset / s1;
+                const V* lo = e.data() + slot[j] * m0;
+                const V* hi = e.data() + slot[j + 1] * m0;
+                const V w = p1[q].t;
+                V* o0 = outs[0] + q * m0;
+                for (u64 i = 0; i < m0; ++i)
+                    o0[i] = grad::nanAsEngine(lerp(lo[i], hi[i], w));
+                const V* dk = dcell.data() + cellSlot[j] * m0;
+                std::copy(dk, dk + m0, outs[1] + q * m0);
+            }
+        };
+        forEachRange(m1, outputColumns, 2, 1);
+        return true;
     }
 
     static V lerp(V a, V b, V w) noexcept { return a == b ? a : a * (V(1) - w) + b * w; }
@@ -244,13 +324,13 @@ struct GradientND<LinearND<G, V>> {
             }
             V* own = comp + k * half;
             for (u64 p = 0; p < n; p += 2) {
-                own[p >> 1] = diff(s[p], s[p + 1]);
+                own[p >> 1] = diff(s[p], s[p + 1]) * c[k].invH;
                 s[p >> 1] = lerp(s[p], s[p + 1], w);
             }
             n >>= 1;
         }
         for (u64 k = 0; k < d; ++k)
-            g[k] = grad::nanAsEngine(comp[k * half] / c[k].h);
+            g[k] = grad::nanAsEngine(comp[k * half]);
     }
 };
 
@@ -504,7 +584,8 @@ struct GradientND<SplineND<G, V>> {
     // derivative in the pass of dimension j and values in every other pass. No tensor table
     // is built; the last dimension's fit is made once per call.
     static constexpr bool hasGriddedPlane = true;
-    static void griddedPlane(const M& sp, const Coord* const* tables, const u64* mq, u64 total,
+    static constexpr bool griddedPreparesItself = true;
+    static bool griddedPlane(const M& sp, const Coord* const* tables, const u64* mq, u64 total,
                              V* const* outs, u64 stride) {
         const u64 d = sp.numDims;
         const u64* n = sp.gridSizes.data();
@@ -520,7 +601,7 @@ struct GradientND<SplineND<G, V>> {
         for (u64 k = d; k-- > 1;)
             largest = std::max(largest, checkedMul(mq[k], linesOf(k)));
         static_cast<void>(checkedBytes<V>(largest));
-        if (total == 0) return;
+        if (total == 0) return true;
         const SplineRecord<V> last =
             splineCoefficients<V, G>(sp.values, sp.gridVectors.data(), sp.gridSizes.data(), d);
         HostBlock<V> buffers[2] = {allocateHostBlock<V>(largest), allocateHostBlock<V>(largest)};
@@ -545,6 +626,7 @@ struct GradientND<SplineND<G, V>> {
                                                      tables[k], mq[k], to, st);
             }
         }
+        return true;
     }
 
     static V horner(const V* q, u64 m, V s) noexcept {

@@ -37,15 +37,16 @@ linearGradientScattered(const SimdAxis* ax, const double* values, const std::int
     for (; q + 4 <= e; q += 4) {
         prefetchQueries(col, D, q, e);
         __m128i offset = _mm_setzero_si128();
-        __m256d t[D], h[D];
+        __m256d t[D], invH[D];
         __m256d bad = zero;
         for (int k = 0; k < D; ++k) {
             __m128i i;
             __m256d gi, gi1;
             const __m256d x = _mm256_loadu_pd(col[k] + q);
             locateCell(ax[k], x, i, gi, gi1, bad);
-            h[k] = _mm256_sub_pd(gi1, gi);
-            t[k] = _mm256_div_pd(_mm256_sub_pd(x, gi), h[k]);
+            const __m256d h = _mm256_sub_pd(gi1, gi);
+            t[k] = _mm256_div_pd(_mm256_sub_pd(x, gi), h);
+            invH[k] = _mm256_div_pd(_mm256_set1_pd(1.0), h);
             bad = _mm256_or_pd(bad, _mm256_cmp_pd(t[k], t[k], _CMP_UNORD_Q));
             offset = _mm_add_epi32(offset, _mm_mullo_epi32(i, _mm_set1_epi32(ax[k].stride)));
         }
@@ -60,14 +61,14 @@ linearGradientScattered(const SimdAxis* ax, const double* values, const std::int
                 for (int p = 0; p < n; p += 2)
                     comp[j][p >> 1] = lerpLanes(comp[j][p], comp[j][p + 1], w);
             for (int p = 0; p < n; p += 2) {
-                comp[k][p >> 1] = diffLanes(s[p], s[p + 1]);
+                comp[k][p >> 1] = _mm256_mul_pd(diffLanes(s[p], s[p + 1]), invH[k]);
                 s[p >> 1] = lerpLanes(s[p], s[p + 1], w);
             }
             n >>= 1;
         }
         __m256d r[D];
         for (int k = 0; k < D; ++k) {
-            r[k] = _mm256_div_pd(comp[k][0], h[k]);
+            r[k] = comp[k][0];
             bad = _mm256_or_pd(bad, _mm256_cmp_pd(r[k], r[k], _CMP_UNORD_Q));
         }
         if (_mm256_movemask_pd(bad) != 0) {

@@ -205,6 +205,17 @@ def test_query_forms_agree_and_shape(rng):
     np.testing.assert_array_equal(
         F.gradient(np.column_stack([a.ravel(order="F") for a in X])).reshape((3, 4, 2, 3), order="F"),
         gg)
+    # Many query points per cell: linear's and the spline's whole-grid paths.
+    for method in ("linear", "spline"):
+        G = GI(xs[:2], rng.standard_normal((6, 7)), method)
+        v = tuple(np.sort(rng.uniform(x[0] - 0.5, x[-1] + 0.5, 40)) for x in xs[:2])
+        X = np.meshgrid(*v, indexing="ij")
+        P = np.column_stack([a.ravel(order="F") for a in X])
+        got = G.gradient(v).reshape(-1, 2, order="F")
+        if method == "linear":
+            np.testing.assert_array_equal(got, G.gradient(P))
+        else:
+            np.testing.assert_allclose(got, G.gradient(P), rtol=1e-12, atol=1e-12)
     F1 = GI(xs[0], rng.standard_normal(6), "spline")
     q = interior_points(xs[0], rng, 6).reshape(2, 3)
     assert F1.gradient(q).shape == (2, 3)
