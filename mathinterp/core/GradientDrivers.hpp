@@ -246,6 +246,19 @@ struct GradientGriddedFtorND {
     detail::GradientScratchSet<M>* scratch;
 
     void operator()(u64 b, u64 e) const {
+        switch (method->numDims) {
+        case 2:
+            return run<2>(b, e);
+        case 3:
+            return run<3>(b, e);
+        default:
+            return run<0>(b, e);
+        }
+    }
+
+    // D > 0: the dimension count, known at compile time; D = 0: any.
+    template <u64 D>
+    void run(u64 b, u64 e) const {
         const M& m = *method;
         auto& s = scratch->local();
         const u64 d = m.numDims;
@@ -264,7 +277,7 @@ struct GradientGriddedFtorND {
                 run = detail::wanted<R>(inside);
             }
             if (run) {
-                K::at(m, p, g, s.kernel);
+                K::template atD<D>(m, p, g, s.kernel);
                 for (u64 j = 0; j < d; ++j)
                     outs[j][q * stride] = g[j];
             }
