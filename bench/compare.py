@@ -42,6 +42,9 @@ class Case:
     peers: dict[str, Callable[[dict], Callable[[], np.ndarray]]] = field(default_factory=dict)
     # Largest allowed difference between mathinterp and each peer (checked, not timed).
     tolerance: float = 1e-12
+    # Gradient rows: the value evaluation of the same interpolant and queries, timed so that
+    # the row can state what a gradient costs in value evaluations.
+    value_of: Callable[[dict], Callable[[], np.ndarray]] | None = None
 
 
 def data_1d(rng, nq, n=1000):
@@ -204,6 +207,46 @@ def cubic_spline_per_axis(d):
     return run
 
 
+def data_1d_tenth(rng, nq):
+    return data_1d(rng, max(nq // 10, 1))
+
+
+def mi_gradient_1d(method, value=False):
+    def build(d):
+        F = griddedInterpolant(d["x"], d["v"], method)
+        return (lambda: F(d["xq"])) if value else (lambda: F.gradient(d["xq"]))
+
+    return build
+
+
+def mi_gradient_nd(method, value=False):
+    def build(d):
+        F = griddedInterpolant(d["grid"], d["V"], method)
+        return (lambda: F(d["P"])) if value else (lambda: F.gradient(d["P"]))
+
+    return build
+
+
+def cubic_spline_derivative(d):
+    f = si.CubicSpline(d["x"], d["v"])
+    return lambda: f(d["xq"], 1)
+
+
+def rect_bivariate_gradient(d):
+    f = si.RectBivariateSpline(d["grid"][0], d["grid"][1], d["V"])
+    x, y = d["P"][:, 0], d["P"][:, 1]
+    return lambda: np.column_stack([f.ev(x, y, dx=1), f.ev(x, y, dy=1)])
+
+
+def rgi_central_differences(d, h=1e-4):
+    """The gradient users compute without one: two central differences, four calls."""
+    f = si.RegularGridInterpolator(d["grid"], d["V"], method="linear", bounds_error=False,
+                                   fill_value=None)
+    P = d["P"]
+    shifts = [np.array([h, 0.0]), np.array([0.0, h])]
+    return lambda: np.column_stack([(f(P + e) - f(P - e)) / (2 * h) for e in shifts])
+
+
 CASES = [
     Case("1-D linear", "linear", data_1d, mi_1d("linear"),
          {"numpy.interp": numpy_interp, "scipy interp1d": interp1d_peer("linear")}),
@@ -254,6 +297,16 @@ CASES = [
          {"RectBivariateSpline": rect_bivariate_grid}, tolerance=1e-9),
     Case("3-D spline gridded 200^3", "spline", data_gridded_3d(100, 200), mi_gridded("spline"),
          {"CubicSpline per axis": cubic_spline_per_axis}, tolerance=1e-9),
+    # Gradients (a tenth of the queries: 10^6 at the default count).
+    Case("1-D spline gradient", "spline", data_1d_tenth, mi_gradient_1d("spline"),
+         {"CubicSpline(xq, 1)": cubic_spline_derivative}, tolerance=1e-9,
+         value_of=mi_gradient_1d("spline", value=True)),
+    Case("2-D spline gradient 1000^2", "spline", data_nd((1000, 1000), 10),
+         mi_gradient_nd("spline"), {"RectBivariate dx+dy": rect_bivariate_gradient},
+         tolerance=1e-8, value_of=mi_gradient_nd("spline", value=True)),
+    Case("2-D linear gradient 1000^2", "linear", data_nd((1000, 1000), 10),
+         mi_gradient_nd("linear"), {"RGI 2 central diffs": rgi_central_differences},
+         tolerance=np.inf, value_of=mi_gradient_nd("linear", value=True)),
 ]
 
 
@@ -278,8 +331,13 @@ def run(cases, nq, repeat, seed=12345):
         except mathinterp.MethodNotBuiltError as e:
             rows.append({"case": case.name, "status": f"not built yet ({e.method})"})
             continue
+        cost = ""
+        if case.value_of is not None:
+            value_t, _ = best_of(case.value_of(data), repeat)
+            cost = f" (gradient = {mi_t / value_t:.2f} value evaluations)"
         if not case.peers:
-            rows.append({"case": case.name, "status": "ok", "mathinterp_s": mi_t, "peer": None})
+            rows.append({"case": case.name, "status": "ok" + cost, "mathinterp_s": mi_t,
+                         "peer": None})
         for peer_name, peer_build in case.peers.items():
             # A peer too slow for every query returns (call on a subset, scale to all).
             built = peer_build(data)
@@ -291,6 +349,7 @@ def run(cases, nq, repeat, seed=12345):
                 status = f"MISMATCH (max diff {diff:.3e})"
             else:
                 status = "ok"
+            status += cost
             rows.append({
                 "case": case.name, "status": status, "mathinterp_s": mi_t, "peer": peer_name,
                 "peer_s": peer_t, "ratio": peer_t / mi_t, "max_diff": diff,

@@ -61,11 +61,47 @@ void GriddedInterpolantQCOSParenReference::invoke(void* instance, int nlhs, Host
     }
 }
 
+void GriddedInterpolantQCOSGradient::invoke(void* instance, int nlhs, HostArray* plhs, int nrhs,
+                                            const HostArray* prhs) const {
+    if (nlhs > 1) platform::HostError::tooManyOutputs();
+    if (nrhs < 2) platform::HostError::tooFewInputs();
+    try {
+        plhs[0] = interpolantOf(instance).gradient(nrhs - 1, prhs + 1);
+    } catch (...) {
+        rethrowAsHostError();
+    }
+}
+
+void GriddedInterpolantQCOSDerivative::invoke(void* instance, int nlhs, HostArray* plhs, int nrhs,
+                                              const HostArray* prhs) const {
+    if (nlhs > 1) platform::HostError::tooManyOutputs();
+    if (nrhs < 2) platform::HostError::tooFewInputs();
+    if (nrhs > 3) platform::HostError::tooManyInputs();
+    try {
+        int order = 1;
+        if (nrhs == 3) {
+            const HostArray& o = prhs[2];
+            // A real numeric scalar holding 1 or 2; anything else is a bad order.
+            double v = 0;
+            if (o.isFloat() && !o.isComplex() && o.numberOfElements() == 1)
+                v = o.classId() == platform::ClassId::Double ? o.data<double>()[0]
+                                                             : double{o.data<float>()[0]};
+            if (v != 1.0 && v != 2.0) DerivativeOrderErrId::raise();
+            order = static_cast<int>(v);
+        }
+        plhs[0] = interpolantOf(instance).derivative(prhs[1], order);
+    } catch (...) {
+        rethrowAsHostError();
+    }
+}
+
 void GriddedInterpolantCOSClassInfo::defineMembers(platform::ClassMembers& m) const {
     m.addSuperclass("quartz.mixin.internal.Scalar");
     m.addSuperclass("quartz.mixin.internal.indexing.Paren");
     m.addMethod(std::make_shared<GriddedInterpolantQCOSConstructor>());
     m.addMethod(std::make_shared<GriddedInterpolantQCOSParenReference>());
+    m.addMethod(std::make_shared<GriddedInterpolantQCOSGradient>());
+    m.addMethod(std::make_shared<GriddedInterpolantQCOSDerivative>());
     m.addProperty(arrayProperty(
         "GridVectors", "Vectors defining the grid nodes.", kPublicAccess, kPublicAttributes,
         [](const GriddedInterpolant& g) { return g.gridVectors(); },

@@ -1,7 +1,9 @@
-// Evaluation F(q1, ..., qk): classifies the query form, validates it, shapes the output (the
-// values' class and complexity, whatever the queries' class) and runs the evaluator. All
+// Evaluation F(q1, ..., qk) and the gradient at the same query forms: classifies the query
+// form, validates it, shapes the output (the values' class and complexity, whatever the
+// queries' class) and runs the evaluator, or the gradient kernels over it. All
 // checks precede the output and the engine; the lazy build of the evaluator commits only on
 // success, so a failed evaluation leaves grid, values and words unchanged.
+#include "mathinterp/interpolant/GradientDispatch.hpp"
 #include "mathinterp/interpolant/GridValidation.hpp"
 #include "mathinterp/interpolant/GriddedInterpolant.hpp"
 #include "mathinterp/interpolant/Identifiers.hpp"
@@ -33,14 +35,9 @@ Dims valueSetExtents(const HostArray& v, u64 d) {
     return Dims(dims.begin() + static_cast<std::ptrdiff_t>(d), dims.end());
 }
 
-// The values' extents with the first d set to 1 (the frame of a scattered result with value
-// sets).
-Dims scatteredFrame(const HostArray& v, u64 d) {
-    Dims out = v.dimensions();
-    if (out.size() < d) out.resize(d, 1);
-    for (u64 k = 0; k < d; ++k)
-        out[k] = 1;
-    return out;
+// d ones: the frame of a scattered result with value sets (the query's dims fill it in).
+Dims scatteredFrame(u64 d) {
+    return Dims(d, 1);
 }
 
 Dims appendExtents(Dims front, const Dims& tail) {
@@ -56,6 +53,14 @@ HostArray packColumns(const HostArray* arrays, u64 d, u64 m) {
     for (u64 k = 0; k < d; ++k)
         std::memcpy(dst + k * bytes, arrays[k].rawData(), bytes);
     return packed;
+}
+
+// The words the evaluator was built from (stored after the build, fallbacks applied).
+MethodPair finalWords(const HostArray& method, const HostArray& extrap) {
+    MethodPair p;
+    p.method = parseMethodWord(method, true);
+    p.extrap = parseMethodWord(extrap, false);
+    return p;
 }
 
 } // namespace
@@ -77,6 +82,21 @@ void GriddedInterpolant::prepareEvaluation() {
 }
 
 HostArray GriddedInterpolant::evaluate(int nq, const HostArray* queries) {
+    return runQueries(nq, queries, 0);
+}
+
+HostArray GriddedInterpolant::gradient(int nq, const HostArray* queries) {
+    return runQueries(nq, queries, 1);
+}
+
+HostArray GriddedInterpolant::derivative(const HostArray& xq, int order) {
+    if (order != 1 && order != 2) DerivativeOrderErrId::raise();
+    if (!gridVectors_.isNull() && gridVectors_.numberOfElements() != 1)
+        Derivative1DOnlyErrId::raise();
+    return runQueries(1, &xq, order);
+}
+
+HostArray GriddedInterpolant::runQueries(int nq, const HostArray* queries, int order) {
     prepareEvaluation();
     const std::shared_ptr<Evaluator> ev = evaluator_; // held for the whole call
     const HostArray values = values_;
@@ -84,8 +104,36 @@ HostArray GriddedInterpolant::evaluate(int nq, const HostArray* queries) {
     const ClassId cls = values.classId();
     const bool complex = values.isComplex();
     const Dims setExtents = valueSetExtents(values, d);
-    auto makeOutput = [&](const Dims& dims) {
-        return HostArray::createUninitialisedNumeric(dims, cls, complex);
+    // frame: the dims of the query part; a gradient adds the axis of the d components.
+    auto makeOutput = [&](Dims frame) {
+        if (order != 0 && d > 1) frame.push_back(d);
+        return HostArray::createUninitialisedNumeric(appendExtents(std::move(frame), setExtents),
+                                                     cls, complex);
+    };
+    const MethodPair words = order == 0 ? MethodPair{} : finalWords(method_, extrapMethod_);
+    auto run = [&](bool gridded, u64 m, const HostArray& q, HostArray& out) {
+        if (order == 0) {
+            if (gridded)
+                ev->evaluateGridded(q, out);
+            else
+                ev->evaluateScattered(m, q, out);
+            return;
+        }
+        const GradientJob job{words.method, words.extrap, gridded, m, &q, &out, order};
+        const bool gridSingle = gridVectors_.getCell(0).classId() == ClassId::Single;
+        const bool valuesSingle = cls == ClassId::Single;
+        auto family = [&](auto g, auto v) {
+            using G = decltype(g);
+            using V = decltype(v);
+            if (d == 1)
+                runGradient1D<G, V>(*ev, job);
+            else
+                runGradientND<G, V>(*ev, job);
+        };
+        if (gridSingle)
+            valuesSingle ? family(float{}, float{}) : family(float{}, double{});
+        else
+            valuesSingle ? family(double{}, float{}) : family(double{}, double{});
     };
 
     if (nq != 1) {
@@ -102,26 +150,26 @@ HostArray GriddedInterpolant::evaluate(int nq, const HostArray* queries) {
         const u64 m = queries[0].numberOfElements();
         if (m != 0) {
             if (auto vecs = extractNdgrid(queries, d)) {
-                HostArray out = makeOutput(appendExtents(qdims, setExtents));
-                ev->evaluateGridded(makeCell(*vecs), out);
+                HostArray out = makeOutput(qdims);
+                run(true, 0, makeCell(*vecs), out);
                 return out;
             }
             // Meshgrid-ordered queries are evaluated point by point, with a warning.
             if (isMeshgridOrder(queries, d))
                 warn(d == 2 ? WarningId::MeshgridEval2DWarnId : WarningId::MeshgridEval3DWarnId);
         }
-        Dims outDims = qdims;
+        Dims frame = qdims;
         if (!setExtents.empty()) {
-            outDims = scatteredFrame(values, d);
+            frame = scatteredFrame(d);
             if (qdims.size() <= d)
-                std::copy(qdims.begin(), qdims.end(), outDims.begin());
+                std::copy(qdims.begin(), qdims.end(), frame.begin());
             else
-                outDims[0] = m;
+                frame[0] = m;
         }
-        HostArray out = makeOutput(outDims);
+        HostArray out = makeOutput(std::move(frame));
         if (m == 0) return out;
         const HostArray packed = packColumns(queries, d, m);
-        ev->evaluateScattered(m, packed, out);
+        run(false, m, packed, out);
         return out;
     }
 
@@ -132,23 +180,20 @@ HostArray GriddedInterpolant::evaluate(int nq, const HostArray* queries) {
             // A point matrix: one point per row, coordinate j in column j.
             if (q.numberOfDimensions() != 2 || q.dimension(1) != d) BadArgInterpEvalErrId::raise(d);
             const u64 m = q.dimension(0);
-            Dims outDims{m, 1};
+            Dims frame = order == 0 ? Dims{m, 1} : Dims{m}; // a gradient: m x d
             if (!setExtents.empty()) {
-                outDims = scatteredFrame(values, d);
-                outDims[0] = m;
+                frame = scatteredFrame(d);
+                frame[0] = m;
             }
-            HostArray out = makeOutput(outDims);
-            if (m > 0) ev->evaluateScattered(m, q, out);
+            HostArray out = makeOutput(std::move(frame));
+            if (m > 0) run(false, m, q, out);
             return out;
         }
         const u64 m = q.numberOfElements();
-        Dims outDims = q.dimensions();
-        if (!values.isVector2D()) {
-            outDims = values.dimensions();
-            outDims[0] = m;
-        }
-        HostArray out = makeOutput(outDims);
-        if (m > 0) ev->evaluateScattered(m, q, out);
+        Dims frame = q.dimensions();
+        if (!values.isVector2D()) frame = Dims{m};
+        HostArray out = makeOutput(std::move(frame));
+        if (m > 0) run(false, m, q, out);
         return out;
     }
 
@@ -168,8 +213,8 @@ HostArray GriddedInterpolant::evaluate(int nq, const HostArray* queries) {
         if (!c.isEmpty() && !c.isVector2D()) NonVecCompVecErrId::raise();
         lengths[k] = c.numberOfElements();
     }
-    HostArray out = makeOutput(appendExtents(std::move(lengths), setExtents));
-    if (out.numberOfElements() > 0) ev->evaluateGridded(q, out);
+    HostArray out = makeOutput(std::move(lengths));
+    if (out.numberOfElements() > 0) run(true, 0, q, out);
     return out;
 }
 

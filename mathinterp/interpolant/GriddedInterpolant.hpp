@@ -24,6 +24,12 @@ public:
 
     // ---- evaluation F(q1, ..., qk): returns a new array of the values' class -------------
     platform::HostArray evaluate(int nq, const platform::HostArray* queries);
+    // ---- gradient at the same query forms: per query the d partial derivatives of the
+    // interpolant (docs/gradients.md); result dims: the query frame, then d (left out for
+    // d = 1, so a 1-D result has the dims of F(q)), then the value-set extents.
+    platform::HostArray gradient(int nq, const platform::HostArray* queries);
+    // 1-D only: the derivative of order 1 or 2 at the points of xq, shaped as F(xq).
+    platform::HostArray derivative(const platform::HostArray& xq, int order);
     // The checks that precede every evaluation and the lazy build of the evaluator (a host
     // that evaluates one object from several threads calls this first, on one thread).
     void prepareEvaluation();
@@ -59,6 +65,9 @@ public:
     void clear() noexcept;
 
 private:
+    // evaluate (order 0) and gradient (order 1, 2) after the shared query checks.
+    platform::HostArray runQueries(int nq, const platform::HostArray* queries, int order);
+
     platform::HostArray gridVectors_;    // cell 1 x d, may be null
     platform::HostArray internalValues_; // values as the evaluator reads them
     platform::HostArray values_;         // as given

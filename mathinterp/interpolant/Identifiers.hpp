@@ -66,6 +66,9 @@ MATHINTERP_ERROR_ID(QueryOfMixedDataTypesErrId, kComponent)
 MATHINTERP_ERROR_ID(SampleValuesNotSecond, kComponent)
 MATHINTERP_ERROR_ID(SparseDataPtErrId, kComponent)
 MATHINTERP_ERROR_ID(SparseInterpValuesErrId, kComponent)
+// Derivatives: an order other than 1 or 2; derivative() of a grid of d >= 2 dimensions.
+MATHINTERP_ERROR_ID(DerivativeOrderErrId, kComponent)
+MATHINTERP_ERROR_ID(Derivative1DOnlyErrId, kComponent)
 
 // "QUARTZ:string" errors of the string facility, raised while parsing method words.
 MATHINTERP_ERROR_ID(MustBeStringScalarOrCharacterVector, kStringComponent)

@@ -27,6 +27,11 @@ const std::map<std::string, std::string, std::less<>>& catalog() {
          "A missing string is not supported here; give a method name as text."},
         {"QUARTZ:legacy_two_part:badsubscript", "Bad subscript or struct input."},
         // Errors of griddedInterpolant.
+        {"QUARTZ:griddedInterpolant:DerivativeOrderErrId",
+         "The derivative order must be 1 (slope) or 2 (second derivative)."},
+        {"QUARTZ:griddedInterpolant:Derivative1DOnlyErrId",
+         "derivative(xq, order) applies to one-dimensional interpolants; on grids of two or "
+         "more dimensions use gradient(...)."},
         {"QUARTZ:griddedInterpolant:BadArgInterpEvalErrId",
          "Wrong number of query coordinates: this interpolant has {1} grid dimension(s), so "
          "give an m-by-{1} matrix of points, {1} arrays of coordinates, or a cell of {1} "

@@ -22,6 +22,7 @@ warnings are ``InterpolationWarning`` with the same attribute.
 from __future__ import annotations
 
 import contextlib as _contextlib
+import numbers as _numbers
 import threading as _threading
 from typing import Any, Iterator
 
@@ -99,6 +100,24 @@ def _shape_result(out: "_core.HostValue", shape: tuple | None, order: str = "F")
             r = view.reshape(shape, order=order)
             return r[()] if r.ndim == 0 else r
     return out.value(writeable=True)
+
+
+def _shape_gradient(out: "_core.HostValue", shape: tuple | None, order: str, d: int,
+                    vs: tuple) -> Any:
+    """A gradient over the host output (query points fastest, then the d components, then
+    the value sets): the query axes, then d (dropped for d = 1), then the value-set axes."""
+    if shape is None or out.class_name not in ("double", "single"):
+        return out.value(writeable=True)
+    qshape = tuple(shape[: len(shape) - len(vs)])
+    view = out.view(writeable=True)
+    m = int(_np.prod(qshape, dtype=_np.int64))
+    if m * d * int(_np.prod(vs, dtype=_np.int64)) != view.size:
+        return out.value(writeable=True)
+    flat = view.reshape((m, d) + vs, order="F")
+    r = flat.reshape(qshape + (d,) + vs, order=order)
+    if d == 1:
+        r = r.reshape(qshape + vs, order=order)
+    return r[()] if r.ndim == 0 else r
 
 
 def _prepare_queries(d: int, vs: tuple, queries: tuple) -> tuple[tuple, tuple | None, str]:
@@ -187,6 +206,30 @@ class griddedInterpolant:
         args, shape, order = _prepare_queries(d, vs, queries)
         (out,) = _core.invoke("parenReference", self._mi_host, args, 1)
         return _shape_result(out, shape, order)
+
+    def gradient(self, *queries: Any) -> Any:
+        """The gradient at the query points, in the query forms of ``F(...)``.
+
+        The result has the query axes, then an axis of length d with the partial derivatives
+        in dimension order (left out for d = 1, so a 1-D gradient has the shape of ``F(q)``),
+        then the value-set axes; float32 values give float32, complex values complex. Each
+        component is the analytic derivative of the piece evaluation uses at the point
+        (docs/gradients.md): on a node the cell the interval search picks, outside the grid
+        the extrapolation method's, NaN for "none".
+        """
+        d, vs = self._layout()
+        args, shape, order = _prepare_queries(d, vs, queries)
+        (out,) = _core.invoke("gradient", self._mi_host, args, 1)
+        return _shape_gradient(out, shape, order, d, vs)
+
+    def derivative(self, xq: Any, order: int = 1) -> Any:
+        """1-D only: the first (``order=1``) or second (``order=2``) derivative at the points
+        of ``xq``, shaped as ``F(xq)``. "linear" has second derivative 0 inside a cell."""
+        d, vs = self._layout()
+        args, shape, morder = _prepare_queries(d, vs, (xq,))
+        o = float(order) if isinstance(order, _numbers.Real) and not isinstance(order, bool) else order
+        (out,) = _core.invoke("derivative", self._mi_host, args + (o,), 1)
+        return _shape_gradient(out, shape, morder, 1, vs)
 
     # ---- properties -------------------------------------------------------------------------
 
