@@ -4,6 +4,7 @@
 // infinite neighbour out, an infinite query on a sloped interval gives a signed infinity.
 #pragma once
 
+#include "mathinterp/core/BucketIndex.hpp"
 #include "mathinterp/core/OnceGuard.hpp"
 #include "mathinterp/methods/InterpMethod1D.hpp"
 
@@ -11,6 +12,7 @@
 
 #include <cmath>
 #include <limits>
+#include <utility>
 
 namespace mathinterp {
 
@@ -22,14 +24,20 @@ public:
     static constexpr bool available = true;
     using Base::Base;
 
-    // intervalWidths depends on the grid only: filled once, kept across rebinding.
+    // intervalWidths and the bucket index depend on the grid only: filled once, kept across
+    // rebinding.
     void complete() {
         widthsGuard_.ensure([this] {
             platform::HostVector<G> w(this->numPoints - 1);
             for (u64 i = 0; i + 1 < this->numPoints; ++i)
                 w[i] = this->gridPoints[i + 1] - this->gridPoints[i];
+            BucketIndex index = buildBucketIndex(this->gridPoints, this->numPoints);
             intervalWidths.swap(w);
+            buckets_ = std::move(index);
         });
+    }
+    const BucketIndex* bucketIndex() const noexcept {
+        return widthsGuard_.ready() && !buckets_.empty() ? &buckets_ : nullptr;
     }
 
     template <class Q>
@@ -51,6 +59,7 @@ public:
     platform::HostVector<G> intervalWidths;
 
 private:
+    BucketIndex buckets_;
     OnceGuard widthsGuard_;
 };
 

@@ -4,6 +4,7 @@
 // grid's precision first).
 #pragma once
 
+#include "mathinterp/core/BucketIndex.hpp"
 #include "mathinterp/methods/InterpMethod1D.hpp"
 
 namespace mathinterp {
@@ -14,6 +15,9 @@ public:
     static constexpr bool available = true;
     using InterpMethod1D<G, V>::InterpMethod1D;
 
+    void complete() { buckets_.ensure(this->gridPoints, this->numPoints); }
+    const BucketIndex* bucketIndex() const noexcept { return buckets_.bucketIndex(); }
+
     template <class Q>
     V kernel(Q xq, u64 i) const noexcept {
         if (isNaN(xq)) return engineNaN<V>();
@@ -22,6 +26,9 @@ public:
         // Index arithmetic instead of a branch: the comparison is unpredictable.
         return this->values[i + static_cast<u64>((x - g[i]) >= (g[i + 1] - x))];
     }
+
+private:
+    GridBuckets buckets_;
 };
 
 template <class G, class V>
@@ -30,12 +37,18 @@ public:
     static constexpr bool available = true;
     using InterpMethod1D<G, V>::InterpMethod1D;
 
+    void complete() { buckets_.ensure(this->gridPoints, this->numPoints); }
+    const BucketIndex* bucketIndex() const noexcept { return buckets_.bucketIndex(); }
+
     template <class Q>
     V kernel(Q x, u64 i) const noexcept {
         if (isNaN(x)) return engineNaN<V>();
         if (x > this->lastPoint()) return engineNaN<V>();
         return (x > this->gridPoints[i]) ? this->values[i + 1] : this->values[i];
     }
+
+private:
+    GridBuckets buckets_;
 };
 
 template <class G, class V>
@@ -44,12 +57,18 @@ public:
     static constexpr bool available = true;
     using InterpMethod1D<G, V>::InterpMethod1D;
 
+    void complete() { buckets_.ensure(this->gridPoints, this->numPoints); }
+    const BucketIndex* bucketIndex() const noexcept { return buckets_.bucketIndex(); }
+
     template <class Q>
     V kernel(Q x, u64 i) const noexcept {
         if (isNaN(x)) return engineNaN<V>();
         if (x < this->firstPoint) return engineNaN<V>();
         return (x >= this->lastPoint()) ? this->values[i + 1] : this->values[i];
     }
+
+private:
+    GridBuckets buckets_;
 };
 
 // Extrapolation only: every query handed to it (NaN included) gets extrapConstant, which
