@@ -5,7 +5,6 @@
 #pragma once
 
 #include "mathinterp/core/Numeric.hpp"
-#include "mathinterp/core/OnceGuard.hpp"
 
 #include <platform/HostAllocator.hpp>
 
@@ -93,22 +92,5 @@ BucketIndex buildBucketIndex(const G* g, u64 n) {
         }
     }
 }
-
-// A 1-D method's index of its grid, built once on the first evaluation (the grid is kept
-// across rebinding, so is the index). bucketIndex() is what the interval search looks for.
-class GridBuckets {
-public:
-    template <class G>
-    void ensure(const G* g, u64 n) {
-        guard_.ensure([&] { index_ = buildBucketIndex(g, n); });
-    }
-    const BucketIndex* bucketIndex() const noexcept {
-        return guard_.ready() && !index_.empty() ? &index_ : nullptr;
-    }
-
-private:
-    BucketIndex index_;
-    OnceGuard guard_;
-};
 
 } // namespace mathinterp

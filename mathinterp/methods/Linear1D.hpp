@@ -7,6 +7,7 @@
 #include "mathinterp/core/BucketIndex.hpp"
 #include "mathinterp/core/OnceGuard.hpp"
 #include "mathinterp/methods/InterpMethod1D.hpp"
+#include "mathinterp/methods/Packed1D.hpp"
 
 #include <platform/HostAllocator.hpp>
 
@@ -34,10 +35,22 @@ public:
             BucketIndex index = buildBucketIndex(this->gridPoints, this->numPoints);
             intervalWidths.swap(w);
             buckets_ = std::move(index);
+            packed_.build(this->gridPoints, this->numPoints, this->meanSpacing, buckets_);
         });
     }
     const BucketIndex* bucketIndex() const noexcept {
         return widthsGuard_.ready() && !buckets_.empty() ? &buckets_ : nullptr;
+    }
+
+    // The packed path (see Packed1D.hpp): double grid, values and queries, AVX2.
+    template <class Q>
+    static constexpr bool hasSimdPath = simd::allDouble<G, V, Q>;
+    bool simdUsable() const noexcept { return widthsGuard_.ready() && packed_.usable; }
+    template <class Q, class One>
+    void scatteredSimd(const Q* x, u64 b, u64 e, V* out, u64 stride, One&& one) const {
+        if constexpr (hasSimdPath<Q>)
+            simd::scattered1D<simd::Kind1D::Linear>(packed_.axis, this->values, x, b, e, out,
+                                                    stride, one);
     }
 
     template <class Q>
@@ -60,6 +73,7 @@ public:
 
 private:
     BucketIndex buckets_;
+    simd::Packed1DAxis<G> packed_;
     OnceGuard widthsGuard_;
 };
 

@@ -4,8 +4,8 @@
 // grid's precision first).
 #pragma once
 
-#include "mathinterp/core/BucketIndex.hpp"
 #include "mathinterp/methods/InterpMethod1D.hpp"
+#include "mathinterp/methods/Packed1D.hpp"
 
 namespace mathinterp {
 
@@ -15,8 +15,19 @@ public:
     static constexpr bool available = true;
     using InterpMethod1D<G, V>::InterpMethod1D;
 
-    void complete() { buckets_.ensure(this->gridPoints, this->numPoints); }
-    const BucketIndex* bucketIndex() const noexcept { return buckets_.bucketIndex(); }
+    void complete() { index_.ensure(this->gridPoints, this->numPoints, this->meanSpacing); }
+    const BucketIndex* bucketIndex() const noexcept { return index_.bucketIndex(); }
+
+    // The packed path (see Packed1D.hpp): double grid, values and queries, AVX2.
+    template <class Q>
+    static constexpr bool hasSimdPath = simd::allDouble<G, V, Q>;
+    bool simdUsable() const noexcept { return index_.packedUsable(); }
+    template <class Q, class One>
+    void scatteredSimd(const Q* x, u64 b, u64 e, V* out, u64 stride, One&& one) const {
+        if constexpr (hasSimdPath<Q>)
+            simd::scattered1D<simd::Kind1D::Nearest>(index_.packedAxis(), this->values, x, b, e, out,
+                                                stride, one);
+    }
 
     template <class Q>
     V kernel(Q xq, u64 i) const noexcept {
@@ -28,7 +39,7 @@ public:
     }
 
 private:
-    GridBuckets buckets_;
+    GridIndex1D<G> index_;
 };
 
 template <class G, class V>
@@ -37,8 +48,19 @@ public:
     static constexpr bool available = true;
     using InterpMethod1D<G, V>::InterpMethod1D;
 
-    void complete() { buckets_.ensure(this->gridPoints, this->numPoints); }
-    const BucketIndex* bucketIndex() const noexcept { return buckets_.bucketIndex(); }
+    void complete() { index_.ensure(this->gridPoints, this->numPoints, this->meanSpacing); }
+    const BucketIndex* bucketIndex() const noexcept { return index_.bucketIndex(); }
+
+    // The packed path (see Packed1D.hpp): double grid, values and queries, AVX2.
+    template <class Q>
+    static constexpr bool hasSimdPath = simd::allDouble<G, V, Q>;
+    bool simdUsable() const noexcept { return index_.packedUsable(); }
+    template <class Q, class One>
+    void scatteredSimd(const Q* x, u64 b, u64 e, V* out, u64 stride, One&& one) const {
+        if constexpr (hasSimdPath<Q>)
+            simd::scattered1D<simd::Kind1D::Next>(index_.packedAxis(), this->values, x, b, e, out,
+                                                stride, one);
+    }
 
     template <class Q>
     V kernel(Q x, u64 i) const noexcept {
@@ -48,7 +70,7 @@ public:
     }
 
 private:
-    GridBuckets buckets_;
+    GridIndex1D<G> index_;
 };
 
 template <class G, class V>
@@ -57,8 +79,19 @@ public:
     static constexpr bool available = true;
     using InterpMethod1D<G, V>::InterpMethod1D;
 
-    void complete() { buckets_.ensure(this->gridPoints, this->numPoints); }
-    const BucketIndex* bucketIndex() const noexcept { return buckets_.bucketIndex(); }
+    void complete() { index_.ensure(this->gridPoints, this->numPoints, this->meanSpacing); }
+    const BucketIndex* bucketIndex() const noexcept { return index_.bucketIndex(); }
+
+    // The packed path (see Packed1D.hpp): double grid, values and queries, AVX2.
+    template <class Q>
+    static constexpr bool hasSimdPath = simd::allDouble<G, V, Q>;
+    bool simdUsable() const noexcept { return index_.packedUsable(); }
+    template <class Q, class One>
+    void scatteredSimd(const Q* x, u64 b, u64 e, V* out, u64 stride, One&& one) const {
+        if constexpr (hasSimdPath<Q>)
+            simd::scattered1D<simd::Kind1D::Previous>(index_.packedAxis(), this->values, x, b, e, out,
+                                                stride, one);
+    }
 
     template <class Q>
     V kernel(Q x, u64 i) const noexcept {
@@ -68,7 +101,7 @@ public:
     }
 
 private:
-    GridBuckets buckets_;
+    GridIndex1D<G> index_;
 };
 
 // Extrapolation only: every query handed to it (NaN included) gets extrapConstant, which
