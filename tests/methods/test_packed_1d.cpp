@@ -1,9 +1,11 @@
 // The 1-D query loop (packed kernels where the processor has them, the bucket index on
 // irregular grids) gives, query by query, the bits of the scalar kernel on the plain
 // search's interval: linear, nearest, next and previous, at every packed level, on uniform
-// and irregular grids, with queries on, beside and between grid points, outside, NaN.
+// and irregular grids, with queries on, beside and between grid points, outside, NaN. Also
+// the single-precision packed N-D linear kernel against its scalar kernel.
 #include "mathinterp/core/Drivers1D.hpp"
 #include "mathinterp/methods/Linear1D.hpp"
+#include "mathinterp/methods/LinearND.hpp"
 #include "mathinterp/methods/Step1D.hpp"
 
 #include "support/Bits.hpp"
@@ -119,4 +121,74 @@ TEST(Packed1D, StepMethodsMatchScalarKernel) {
     checkMethod<Next1D, double>();
     checkMethod<Previous1D, double>();
     checkMethod<Nearest1D, float>();
+}
+
+// Eight-lane single-precision 2-D and 3-D linear: every lane the scalar kernel's bits, on an
+// integer grid (the guess hits) and an irregular one (misses are redone), with values that
+// take the kernel's special rules.
+template <u64 D>
+void checkLinearSingleND(bool irregular) {
+    std::mt19937_64 rng(D);
+    std::vector<std::vector<float>> grids(D);
+    std::vector<const float*> gp(D);
+    std::vector<u64> sizes(D);
+    u64 total = 1;
+    for (u64 k = 0; k < D; ++k) {
+        sizes[k] = 9 + k;
+        for (u64 i = 0; i < sizes[k]; ++i)
+            grids[k].push_back(irregular ? float(i) + float(i * i % 5) * 0.15f : float(i));
+        gp[k] = grids[k].data();
+        total *= sizes[k];
+    }
+    std::vector<float> values(total);
+    for (u64 i = 0; i < total; ++i)
+        values[i] = float(std::sin(0.7 * double(i)));
+    values[3] = values[4];
+    values[20] = std::numeric_limits<float>::infinity();
+    values[40] = std::numeric_limits<float>::quiet_NaN();
+    std::vector<std::vector<float>> cols(D);
+    std::uniform_real_distribution<float> u(-1.0f, float(sizes[0]));
+    for (u64 k = 0; k < D; ++k) {
+        for (const float g : grids[k]) // on and beside grid lines, lined up with the others
+            cols[k].insert(cols[k].end(), {g, std::nextafter(g, -1e9f), std::nextafter(g, 1e9f)});
+        cols[k].resize(3 * 12, 0.5f);
+    }
+    for (u64 k = 0; k < D; ++k) {
+        cols[k].push_back(k == 1 ? std::numeric_limits<float>::quiet_NaN() : 1.5f);
+        for (int j = 0; j < 1001; ++j)
+            cols[k].push_back(u(rng));
+    }
+    const u64 m = cols[0].size();
+    std::vector<const float*> cp(D);
+    for (u64 k = 0; k < D; ++k)
+        cp[k] = cols[k].data();
+    testsupport::forEachSimdLevel([&] {
+        LinearND<float, float> lin(gp.data(), sizes.data(), values.data(), D);
+        lin.prepare();
+        ASSERT_EQ(lin.simdUsable(), simd::avx2Available());
+        std::vector<IntervalSearch<float, float>> search;
+        for (u64 k = 0; k < D; ++k)
+            search.emplace_back(lin.axis(k));
+        auto one = [&](u64 q) {
+            LinearND<float, float>::Pair p[D];
+            for (u64 k = 0; k < D; ++k)
+                p[k] = lin.makePair(k, cp[k][q], search[k].find(cp[k][q]));
+            return lin.template kernelFixed<D>(p);
+        };
+        std::vector<float> out(m);
+        if (lin.simdUsable())
+            lin.template scatteredSimd<D>(cp.data(), 0, m, out.data(), 1, one);
+        else
+            for (u64 q = 0; q < m; ++q)
+                out[q] = one(q);
+        for (u64 q = 0; q < m; ++q)
+            ASSERT_SAME_BITS(out[q], one(q)) << "query " << q;
+    });
+}
+
+TEST(PackedSingle, LinearNDMatchesScalarKernel) {
+    for (const bool irregular : {false, true}) {
+        checkLinearSingleND<2>(irregular);
+        checkLinearSingleND<3>(irregular);
+    }
 }
