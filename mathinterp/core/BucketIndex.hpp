@@ -65,11 +65,11 @@ BucketIndex buildBucketIndex(const G* g, u64 n) {
         worst = std::max(worst, std::abs((static_cast<double>(g[i]) - first) / ms -
                                          static_cast<double>(i)));
     if (worst <= 0.01) return t;
-    // Buckets: from two per cell up to 32 per cell (and 2^22 in all) until no bucket holds
+    // Buckets: from two per cell up to 128 per cell (and 2^20 in all) until no bucket holds
     // more than two grid points; strongly clustered grids keep the finest table tried.
     platform::HostVector<std::uint32_t> count;
     for (u64 perCell = 2;; perCell *= 2) {
-        const u64 k = std::min<u64>(perCell * (n - 1), u64{1} << 22);
+        const u64 k = std::min<u64>(perCell * (n - 1), u64{1} << 20);
         t.first = first;
         t.scale = static_cast<double>(k) / range;
         t.maxBucket = static_cast<double>(k - 1);
@@ -77,7 +77,7 @@ BucketIndex buildBucketIndex(const G* g, u64 n) {
         for (u64 i = 0; i < n; ++i)
             ++count[t.bucket(static_cast<double>(g[i]))];
         const std::uint32_t most = *std::max_element(count.begin(), count.end());
-        if (most <= 2 || perCell >= 32 || k == (u64{1} << 22)) {
+        if (most <= 2 || perCell >= 128 || k == (u64{1} << 20)) {
             // start[b] = (points in buckets below b) - 1, at least 0.
             t.start.resize(k + 1);
             u64 below = 0;
