@@ -62,8 +62,8 @@ BucketIndex buildBucketIndex(const G* g, u64 n) {
     const double ms = range / static_cast<double>(n - 1);
     double worst = 0;
     for (u64 i = 0; i < n; ++i)
-        worst = std::max(worst, std::abs((static_cast<double>(g[i]) - first) / ms -
-                                         static_cast<double>(i)));
+        worst = std::max(
+            worst, std::abs((static_cast<double>(g[i]) - first) / ms - static_cast<double>(i)));
     if (worst <= 0.01) return t;
     // Buckets: from two per cell up to 128 per cell (and 2^20 in all) until no bucket holds
     // more than two grid points; strongly clustered grids keep the finest table tried.

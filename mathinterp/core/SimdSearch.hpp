@@ -36,7 +36,7 @@ struct SimdAxis {
 // The packed kernels take double grids, values and queries only.
 template <class G, class V, class Q>
 inline constexpr bool allDouble =
-    std::is_same_v<G, double> && std::is_same_v<V, double> && std::is_same_v<Q, double>;
+    std::is_same_v<G, double>&& std::is_same_v<V, double>&& std::is_same_v<Q, double>;
 
 // Dimension with grid g[0..n), n >= 2 and mean spacing ms; stride in the value plane.
 SimdAxis simdAxis(const double* g, u64 n, double ms, u64 stride) noexcept;

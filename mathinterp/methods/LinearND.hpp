@@ -284,8 +284,8 @@ private:
         }
     }
 
-    platform::HostVector<simd::SimdAxis> simdAxes;   // double grids
-    platform::HostVector<simd::SimdAxisF> simdAxesF; // single grids
+    platform::HostVector<simd::SimdAxis> simdAxes;        // double grids
+    platform::HostVector<simd::SimdAxisF> simdAxesF;      // single grids
     platform::HostVector<std::int32_t> simdCornerOffsets; // empty: the packed path is off
     OnceGuard guard_;
 };

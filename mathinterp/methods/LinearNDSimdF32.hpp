@@ -14,7 +14,7 @@ namespace mathinterp::simd {
 
 template <class G, class V, class Q>
 inline constexpr bool allSingle =
-    std::is_same_v<G, float> && std::is_same_v<V, float> && std::is_same_v<Q, float>;
+    std::is_same_v<G, float>&& std::is_same_v<V, float>&& std::is_same_v<Q, float>;
 
 // One dimension of a single-precision grid as the packed search sees it.
 struct SimdAxisF {
@@ -116,8 +116,7 @@ linearScatteredF(const SimdAxisF* ax, const float* values, const std::int32_t* c
             for (u64 l = 0; l < 8; ++l)
                 out[(q + l) * outStride] = v[l];
         }
-        for (unsigned m8 = static_cast<unsigned>(_mm256_movemask_ps(bad)); m8 != 0;
-             m8 &= m8 - 1) {
+        for (unsigned m8 = static_cast<unsigned>(_mm256_movemask_ps(bad)); m8 != 0; m8 &= m8 - 1) {
             const u64 l = static_cast<u64>(__builtin_ctz(m8));
             out[(q + l) * outStride] = one(q + l);
         }

@@ -47,8 +47,7 @@ __attribute__((target("avx2"))) void scattered1D(const SimdAxis& ax, const doubl
                 up = _mm256_cmp_pd(_mm256_sub_pd(xv, gi), _mm256_sub_pd(gi1, xv), _CMP_GE_OQ);
             } else if constexpr (K == Kind1D::Next) {
                 up = _mm256_cmp_pd(xv, gi, _CMP_GT_OQ);
-                bad = _mm256_or_pd(bad,
-                                   _mm256_cmp_pd(xv, _mm256_set1_pd(lastPoint), _CMP_GT_OQ));
+                bad = _mm256_or_pd(bad, _mm256_cmp_pd(xv, _mm256_set1_pd(lastPoint), _CMP_GT_OQ));
             } else {
                 up = _mm256_cmp_pd(xv, _mm256_set1_pd(lastPoint), _CMP_GE_OQ);
                 bad = _mm256_or_pd(bad, _mm256_cmp_pd(xv, _mm256_set1_pd(ax.g[0]), _CMP_LT_OQ));

@@ -25,8 +25,8 @@ public:
     template <class Q, class One>
     void scatteredSimd(const Q* x, u64 b, u64 e, V* out, u64 stride, One&& one) const {
         if constexpr (hasSimdPath<Q>)
-            simd::scattered1D<simd::Kind1D::Nearest>(index_.packedAxis(), this->values, x, b, e, out,
-                                                stride, one);
+            simd::scattered1D<simd::Kind1D::Nearest>(index_.packedAxis(), this->values, x, b, e,
+                                                     out, stride, one);
     }
 
     template <class Q>
@@ -59,7 +59,7 @@ public:
     void scatteredSimd(const Q* x, u64 b, u64 e, V* out, u64 stride, One&& one) const {
         if constexpr (hasSimdPath<Q>)
             simd::scattered1D<simd::Kind1D::Next>(index_.packedAxis(), this->values, x, b, e, out,
-                                                stride, one);
+                                                  stride, one);
     }
 
     template <class Q>
@@ -89,8 +89,8 @@ public:
     template <class Q, class One>
     void scatteredSimd(const Q* x, u64 b, u64 e, V* out, u64 stride, One&& one) const {
         if constexpr (hasSimdPath<Q>)
-            simd::scattered1D<simd::Kind1D::Previous>(index_.packedAxis(), this->values, x, b, e, out,
-                                                stride, one);
+            simd::scattered1D<simd::Kind1D::Previous>(index_.packedAxis(), this->values, x, b, e,
+                                                      out, stride, one);
     }
 
     template <class Q>
