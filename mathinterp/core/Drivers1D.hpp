@@ -13,6 +13,12 @@
 
 namespace mathinterp {
 
+namespace detail {
+// Methods with a packed scattered path for queries of type Q (see methods/Packed1D.hpp).
+template <class M, class Q>
+concept HasPackedPath1D = M::template hasSimdPath<Q>; // false when M has no such member
+} // namespace detail
+
 template <class M, class Q>
 struct InterpScatteredQueriesFtor1D {
     using V = typename M::ValueType;
@@ -25,6 +31,13 @@ struct InterpScatteredQueriesFtor1D {
         const Q* x = queries->columns[0];
         const M& m = *method;
         const IntervalSearch<typename M::GridType, Q> search(m);
+        if constexpr (detail::HasPackedPath1D<M, Q>) {
+            if (m.simdUsable()) {
+                auto one = [&](u64 q) { return m.kernel(x[q], search.find(x[q])); };
+                m.scatteredSimd(x, b, e, out, stride, one);
+                return;
+            }
+        }
         for (u64 i = b; i < e; ++i) {
             const Q xi = x[i];
             out[i * stride] = m.kernel(xi, search.find(xi));

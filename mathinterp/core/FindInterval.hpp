@@ -1,10 +1,12 @@
 // The interval (bin) search shared by every 1-D method and by each dimension of the N-D
 // methods, with the in-range test of the interpolation-plus-extrapolation drivers made in the
 // same pass. The guess from the mean spacing gives constant time on uniform grids; a
-// branchless halving of the cells on the guess's side corrects it on irregular ones. No
-// state is kept between queries, so queries may be split across threads in any order.
+// branchless halving of the cells on the guess's side corrects it on irregular ones; a 1-D
+// method that keeps a bucket index of its grid has that index answer instead. No state is
+// kept between queries, so queries may be split across threads in any order.
 #pragma once
 
+#include "mathinterp/core/BucketIndex.hpp"
 #include "mathinterp/core/Numeric.hpp"
 
 #include <type_traits>
@@ -44,7 +46,9 @@ public:
         : g_(a.gridPoints), last_(a.lastInterval), first_(a.firstPoint), second_(a.secondPoint),
           penultimate_(a.penultimatePoint), lastPoint_(a.gridPoints[a.numPoints - 1]),
           invMs_(C(1) / static_cast<C>(a.meanSpacing)),
-          firstOverMs_(static_cast<C>(a.firstPoint) * invMs_) {}
+          firstOverMs_(static_cast<C>(a.firstPoint) * invMs_) {
+        if constexpr (requires { a.bucketIndex(); }) buckets_ = a.bucketIndex();
+    }
 
     // Interval i in [0, n-2]: x[i] <= x < x[i+1] inside; 0 below x[1] and for NaN; n-2 at
     // or above x[n-2] (so x[n-2] and x[n-1] fall into the last interval).
@@ -68,6 +72,7 @@ private:
             return last_;
         }
         if constexpr (WantRange) *inRange = true;
+        if (buckets_) return buckets_->find(g_, static_cast<C>(x));
         const C q = static_cast<C>(x) * invMs_ - firstOverMs_;
         // Extreme magnitudes can push the guess outside the grid: clamp before converting.
         u64 j;
@@ -105,6 +110,7 @@ private:
     G first_, second_, penultimate_, lastPoint_;
     C invMs_;
     C firstOverMs_;
+    const BucketIndex* buckets_ = nullptr; // null: the guess and the halving
 };
 
 template <class Axis>

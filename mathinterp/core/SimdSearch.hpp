@@ -28,12 +28,15 @@ struct SimdAxis {
     double step = 0;
     std::int32_t last = 0; // n - 2
     std::int32_t stride = 0;
+    // A 1-D method's bucket index (BucketIndex's fields), or null: then the guess above.
+    const std::uint32_t* bucketStart = nullptr;
+    double bucketFirst = 0, bucketScale = 0, bucketMax = 0;
 };
 
 // The packed kernels take double grids, values and queries only.
 template <class G, class V, class Q>
 inline constexpr bool allDouble =
-    std::is_same_v<G, double> && std::is_same_v<V, double> && std::is_same_v<Q, double>;
+    std::is_same_v<G, double>&& std::is_same_v<V, double>&& std::is_same_v<Q, double>;
 
 // Dimension with grid g[0..n), n >= 2 and mean spacing ms; stride in the value plane.
 SimdAxis simdAxis(const double* g, u64 n, double ms, u64 stride) noexcept;
@@ -104,6 +107,68 @@ __attribute__((target("avx2"))) inline void locateCell(const SimdAxis& a, __m256
     iOut = i;
     giOut = gi;
     gi1Out = gi1;
+}
+
+// Gathers with a defined source (the plain forms start from an undefined vector, which
+// GCC's uninitialised-use warning flags).
+__attribute__((target("avx2"))) inline __m256d gatherPd(const double* base, __m128i idx) noexcept {
+    return _mm256_mask_i32gather_pd(_mm256_setzero_pd(), base, idx,
+                                    _mm256_castsi256_pd(_mm256_set1_epi64x(-1)), 8);
+}
+__attribute__((target("avx2"))) inline __m128i gatherEpi32(const int* base, __m128i idx) noexcept {
+    return _mm_mask_i32gather_epi32(_mm_setzero_si128(), base, idx, _mm_set1_epi32(-1), 4);
+}
+
+// Lane l of x: interval i (as IntervalSearch::find over a BucketIndex) with its ends; never
+// bad. The bucket is BucketIndex::bucket's arithmetic; every lane then halves its candidates
+// start[b] .. start[b+1] as often as the widest of the four needs (an extra step leaves a
+// lane's answer alone: its candidate is clamped to its own last one).
+__attribute__((target("avx2"))) inline void locateIndexed(const SimdAxis& a, __m256d x,
+                                                          __m128i& iOut, __m256d& giOut,
+                                                          __m256d& gi1Out) noexcept {
+    const __m256i pack = _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6); // 64-bit masks to 32-bit
+    const __m256d low = _mm256_cmp_pd(x, _mm256_set1_pd(a.second), _CMP_NGE_UQ);
+    const __m256d high = _mm256_cmp_pd(x, _mm256_set1_pd(a.penultimate), _CMP_GE_OQ);
+    __m256d v = _mm256_mul_pd(_mm256_sub_pd(x, _mm256_set1_pd(a.bucketFirst)),
+                              _mm256_set1_pd(a.bucketScale));
+    // max first: a NaN or low lane (answered below) becomes bucket 0.
+    v = _mm256_min_pd(_mm256_max_pd(v, _mm256_setzero_pd()), _mm256_set1_pd(a.bucketMax));
+    const __m128i b = _mm256_cvttpd_epi32(v);
+    const int* start = reinterpret_cast<const int*>(a.bucketStart);
+    __m128i j = gatherEpi32(start, b);
+    const __m128i hi = gatherEpi32(start, _mm_add_epi32(b, _mm_set1_epi32(1)));
+    alignas(16) std::int32_t span[4];
+    _mm_store_si128(reinterpret_cast<__m128i*>(span), _mm_sub_epi32(hi, j));
+    const std::uint32_t widest =
+        static_cast<std::uint32_t>(span[0] | span[1] | span[2] | span[3]); // same top bit
+    if (widest != 0) {
+        for (std::int32_t step = std::int32_t{1} << (31 - __builtin_clz(widest)); step != 0;
+             step >>= 1) {
+            const __m128i c = _mm_min_epi32(_mm_add_epi32(j, _mm_set1_epi32(step)), hi);
+            const __m256d gc = gatherPd(a.g, c);
+            const __m128i ge = _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(
+                _mm256_castpd_si256(_mm256_cmp_pd(x, gc, _CMP_GE_OQ)), pack));
+            j = _mm_blendv_epi8(j, c, ge);
+        }
+    }
+    const __m128i lowI =
+        _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(_mm256_castpd_si256(low), pack));
+    const __m128i highI =
+        _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(_mm256_castpd_si256(high), pack));
+    j = _mm_andnot_si128(lowI, j);
+    j = _mm_blendv_epi8(j, _mm_set1_epi32(a.last), highI);
+    loadPairs(a.g, j, giOut, gi1Out);
+    iOut = j;
+}
+
+// Either search, as the axis has it: the index when there is one, else the guess.
+__attribute__((target("avx2"))) inline void locateAny(const SimdAxis& a, __m256d x, __m128i& i,
+                                                      __m256d& gi, __m256d& gi1,
+                                                      __m256d& bad) noexcept {
+    if (a.bucketStart != nullptr)
+        locateIndexed(a, x, i, gi, gi1);
+    else
+        locateCell(a, x, i, gi, gi1, bad);
 }
 
 // The same, and t = (x - g[i]) / (g[i+1] - g[i]) as makePair forms it; bad also where t is

@@ -4,13 +4,16 @@
 // infinite neighbour out, an infinite query on a sloped interval gives a signed infinity.
 #pragma once
 
+#include "mathinterp/core/BucketIndex.hpp"
 #include "mathinterp/core/OnceGuard.hpp"
 #include "mathinterp/methods/InterpMethod1D.hpp"
+#include "mathinterp/methods/Packed1D.hpp"
 
 #include <platform/HostAllocator.hpp>
 
 #include <cmath>
 #include <limits>
+#include <utility>
 
 namespace mathinterp {
 
@@ -22,14 +25,32 @@ public:
     static constexpr bool available = true;
     using Base::Base;
 
-    // intervalWidths depends on the grid only: filled once, kept across rebinding.
+    // intervalWidths and the bucket index depend on the grid only: filled once, kept across
+    // rebinding.
     void complete() {
         widthsGuard_.ensure([this] {
             platform::HostVector<G> w(this->numPoints - 1);
             for (u64 i = 0; i + 1 < this->numPoints; ++i)
                 w[i] = this->gridPoints[i + 1] - this->gridPoints[i];
+            BucketIndex index = buildBucketIndex(this->gridPoints, this->numPoints);
             intervalWidths.swap(w);
+            buckets_ = std::move(index);
+            packed_.build(this->gridPoints, this->numPoints, this->meanSpacing, buckets_);
         });
+    }
+    const BucketIndex* bucketIndex() const noexcept {
+        return widthsGuard_.ready() && !buckets_.empty() ? &buckets_ : nullptr;
+    }
+
+    // The packed path (see Packed1D.hpp): double grid, values and queries, AVX2.
+    template <class Q>
+    static constexpr bool hasSimdPath = simd::allDouble<G, V, Q>;
+    bool simdUsable() const noexcept { return widthsGuard_.ready() && packed_.usable; }
+    template <class Q, class One>
+    void scatteredSimd(const Q* x, u64 b, u64 e, V* out, u64 stride, One&& one) const {
+        if constexpr (hasSimdPath<Q>)
+            simd::scattered1D<simd::Kind1D::Linear>(packed_.axis, this->values, x, b, e, out,
+                                                    stride, one);
     }
 
     template <class Q>
@@ -51,6 +72,8 @@ public:
     platform::HostVector<G> intervalWidths;
 
 private:
+    BucketIndex buckets_;
+    simd::Packed1DAxis<G> packed_;
     OnceGuard widthsGuard_;
 };
 

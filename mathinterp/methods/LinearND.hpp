@@ -11,6 +11,7 @@
 #include "mathinterp/core/Parallel.hpp"
 #include "mathinterp/methods/InterpMethodND.hpp"
 #include "mathinterp/methods/LinearNDSimd.hpp"
+#include "mathinterp/methods/LinearNDSimdF32.hpp"
 
 #include <cstdint>
 #include <type_traits>
@@ -60,19 +61,23 @@ public:
         });
     }
 
-    // The packed scattered path: double grid, values and queries, d = 2 or 3, AVX2, and a
-    // value plane small enough for 32-bit offsets.
+    // The packed scattered path: double (four lanes) or single (eight lanes) grid, values and
+    // queries, d = 2 or 3, AVX2, and a value plane small enough for 32-bit offsets.
     template <class Q>
-    static constexpr bool hasSimdPath = simd::allDouble<G, V, Q>;
-    bool simdUsable() const noexcept { return !simdAxes.empty(); }
+    static constexpr bool hasSimdPath = simd::allDouble<G, V, Q> || simd::allSingle<G, V, Q>;
+    bool simdUsable() const noexcept { return !simdCornerOffsets.empty(); }
 
     // Queries [b, e) of d = D columns; one(q) evaluates query q the scalar way.
     template <u64 D, class Q, class One>
     void scatteredSimd(const Q* const* col, u64 b, u64 e, V* out, u64 stride, One&& one) const {
-        if constexpr (hasSimdPath<Q>)
+        if constexpr (simd::allDouble<G, V, Q>)
             simd::linearScattered<static_cast<int>(D)>(simdAxes.data(), this->values,
                                                        simdCornerOffsets.data(), col, b, e, out,
                                                        stride, one);
+        else if constexpr (simd::allSingle<G, V, Q>)
+            simd::linearScatteredF<static_cast<int>(D)>(simdAxesF.data(), this->values,
+                                                        simdCornerOffsets.data(), col, b, e, out,
+                                                        stride, one);
     }
 
     Buffer makeBuffer() const { return Buffer(cornerCount); }
@@ -252,28 +257,36 @@ private:
     }
 
     void prepareSimd() {
-        if constexpr (hasSimdPath<double>) {
+        if constexpr (hasSimdPath<double> || hasSimdPath<float>) {
             const u64 d = this->numDims;
             if (!simd::avx2Available() || d < 2 || d > 3) return;
             u64 total = 1;
             for (u64 k = 0; k < d; ++k)
                 total *= this->gridSizes[k]; // checked against overflow when stored
             if (total >= (u64{1} << 31)) return;
-            platform::HostVector<simd::SimdAxis> axes(d);
-            for (u64 k = 0; k < d; ++k) {
-                axes[k] = simd::simdAxis(this->gridVectors[k], this->gridSizes[k],
-                                         this->meanSpacing[k], this->strides[k]);
-            }
             platform::HostVector<std::int32_t> co(cornerCount);
             for (u64 c = 0; c < cornerCount; ++c)
                 co[c] = static_cast<std::int32_t>(cornerOffsets[c]);
-            simdAxes.swap(axes);
+            if constexpr (std::is_same_v<G, double>) {
+                platform::HostVector<simd::SimdAxis> axes(d);
+                for (u64 k = 0; k < d; ++k)
+                    axes[k] = simd::simdAxis(this->gridVectors[k], this->gridSizes[k],
+                                             this->meanSpacing[k], this->strides[k]);
+                simdAxes.swap(axes);
+            } else {
+                platform::HostVector<simd::SimdAxisF> axes(d);
+                for (u64 k = 0; k < d; ++k)
+                    axes[k] = simd::simdAxisF(this->gridVectors[k], this->gridSizes[k],
+                                              this->meanSpacing[k], this->strides[k]);
+                simdAxesF.swap(axes);
+            }
             simdCornerOffsets.swap(co);
         }
     }
 
-    platform::HostVector<simd::SimdAxis> simdAxes; // empty: the packed path is off
-    platform::HostVector<std::int32_t> simdCornerOffsets;
+    platform::HostVector<simd::SimdAxis> simdAxes;        // double grids
+    platform::HostVector<simd::SimdAxisF> simdAxesF;      // single grids
+    platform::HostVector<std::int32_t> simdCornerOffsets; // empty: the packed path is off
     OnceGuard guard_;
 };
 

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "mathinterp/methods/InterpMethod1D.hpp"
+#include "mathinterp/methods/Packed1D.hpp"
 
 namespace mathinterp {
 
@@ -14,6 +15,20 @@ public:
     static constexpr bool available = true;
     using InterpMethod1D<G, V>::InterpMethod1D;
 
+    void complete() { index_.ensure(this->gridPoints, this->numPoints, this->meanSpacing); }
+    const BucketIndex* bucketIndex() const noexcept { return index_.bucketIndex(); }
+
+    // The packed path (see Packed1D.hpp): double grid, values and queries, AVX2.
+    template <class Q>
+    static constexpr bool hasSimdPath = simd::allDouble<G, V, Q>;
+    bool simdUsable() const noexcept { return index_.packedUsable(); }
+    template <class Q, class One>
+    void scatteredSimd(const Q* x, u64 b, u64 e, V* out, u64 stride, One&& one) const {
+        if constexpr (hasSimdPath<Q>)
+            simd::scattered1D<simd::Kind1D::Nearest>(index_.packedAxis(), this->values, x, b, e,
+                                                     out, stride, one);
+    }
+
     template <class Q>
     V kernel(Q xq, u64 i) const noexcept {
         if (isNaN(xq)) return engineNaN<V>();
@@ -22,6 +37,9 @@ public:
         // Index arithmetic instead of a branch: the comparison is unpredictable.
         return this->values[i + static_cast<u64>((x - g[i]) >= (g[i + 1] - x))];
     }
+
+private:
+    GridIndex1D<G> index_;
 };
 
 template <class G, class V>
@@ -30,12 +48,29 @@ public:
     static constexpr bool available = true;
     using InterpMethod1D<G, V>::InterpMethod1D;
 
+    void complete() { index_.ensure(this->gridPoints, this->numPoints, this->meanSpacing); }
+    const BucketIndex* bucketIndex() const noexcept { return index_.bucketIndex(); }
+
+    // The packed path (see Packed1D.hpp): double grid, values and queries, AVX2.
+    template <class Q>
+    static constexpr bool hasSimdPath = simd::allDouble<G, V, Q>;
+    bool simdUsable() const noexcept { return index_.packedUsable(); }
+    template <class Q, class One>
+    void scatteredSimd(const Q* x, u64 b, u64 e, V* out, u64 stride, One&& one) const {
+        if constexpr (hasSimdPath<Q>)
+            simd::scattered1D<simd::Kind1D::Next>(index_.packedAxis(), this->values, x, b, e, out,
+                                                  stride, one);
+    }
+
     template <class Q>
     V kernel(Q x, u64 i) const noexcept {
         if (isNaN(x)) return engineNaN<V>();
         if (x > this->lastPoint()) return engineNaN<V>();
         return (x > this->gridPoints[i]) ? this->values[i + 1] : this->values[i];
     }
+
+private:
+    GridIndex1D<G> index_;
 };
 
 template <class G, class V>
@@ -44,12 +79,29 @@ public:
     static constexpr bool available = true;
     using InterpMethod1D<G, V>::InterpMethod1D;
 
+    void complete() { index_.ensure(this->gridPoints, this->numPoints, this->meanSpacing); }
+    const BucketIndex* bucketIndex() const noexcept { return index_.bucketIndex(); }
+
+    // The packed path (see Packed1D.hpp): double grid, values and queries, AVX2.
+    template <class Q>
+    static constexpr bool hasSimdPath = simd::allDouble<G, V, Q>;
+    bool simdUsable() const noexcept { return index_.packedUsable(); }
+    template <class Q, class One>
+    void scatteredSimd(const Q* x, u64 b, u64 e, V* out, u64 stride, One&& one) const {
+        if constexpr (hasSimdPath<Q>)
+            simd::scattered1D<simd::Kind1D::Previous>(index_.packedAxis(), this->values, x, b, e,
+                                                      out, stride, one);
+    }
+
     template <class Q>
     V kernel(Q x, u64 i) const noexcept {
         if (isNaN(x)) return engineNaN<V>();
         if (x < this->firstPoint) return engineNaN<V>();
         return (x >= this->lastPoint()) ? this->values[i + 1] : this->values[i];
     }
+
+private:
+    GridIndex1D<G> index_;
 };
 
 // Extrapolation only: every query handed to it (NaN included) gets extrapConstant, which

@@ -1,0 +1,139 @@
+// The scattered 2-D and 3-D multilinear kernel eight queries at a time with AVX2 for single
+// grids, values and queries: the single-precision interval search's comparisons, makePair's
+// fraction and the first reduction pass in packed single operations, so each lane has the
+// scalar kernel's bits. A lane whose guess misses, or with a NaN fraction or result, is
+// redone by the scalar kernel.
+#pragma once
+
+#include "mathinterp/core/SimdSearch.hpp"
+
+#include <cstdint>
+#include <type_traits>
+
+namespace mathinterp::simd {
+
+template <class G, class V, class Q>
+inline constexpr bool allSingle =
+    std::is_same_v<G, float>&& std::is_same_v<V, float>&& std::is_same_v<Q, float>;
+
+// One dimension of a single-precision grid as the packed search sees it.
+struct SimdAxisF {
+    const float* g = nullptr;
+    float second = 0, penultimate = 0; // g[1], g[n-2]
+    float inv = 0, firstTimesInv = 0;  // guess = x * inv - firstTimesInv (only a starting cell)
+    std::int32_t last = 0;             // n - 2
+    std::int32_t stride = 0;
+};
+
+inline SimdAxisF simdAxisF(const float* g, u64 n, float ms, u64 stride) noexcept {
+    SimdAxisF a;
+    a.g = g;
+    a.second = g[1];
+    a.penultimate = g[n - 2];
+    a.inv = 1.0f / ms;
+    a.firstTimesInv = g[0] * a.inv;
+    a.last = static_cast<std::int32_t>(n - 2);
+    a.stride = static_cast<std::int32_t>(stride);
+    return a;
+}
+
+#ifdef MATHINTERP_SIMD
+
+__attribute__((target("avx2"))) inline __m256 gatherPs(const float* base, __m256i idx) noexcept {
+    return _mm256_mask_i32gather_ps(_mm256_setzero_ps(), base, idx,
+                                    _mm256_castsi256_ps(_mm256_set1_epi32(-1)), 4);
+}
+
+// Lane l of x: interval i (as IntervalSearch<float, float>::find) and t = (x - g[i]) / (g[i+1]
+// - g[i]); bad where the guess missed or t is NaN.
+__attribute__((target("avx2"))) inline void locateF(const SimdAxisF& a, __m256 x, __m256i& iOut,
+                                                    __m256& tOut, __m256& bad) noexcept {
+    const __m256 low = _mm256_cmp_ps(x, _mm256_set1_ps(a.second), _CMP_NGE_UQ);
+    const __m256 high = _mm256_cmp_ps(x, _mm256_set1_ps(a.penultimate), _CMP_GE_OQ);
+    __m256 guess =
+        _mm256_sub_ps(_mm256_mul_ps(x, _mm256_set1_ps(a.inv)), _mm256_set1_ps(a.firstTimesInv));
+    guess = _mm256_min_ps(_mm256_max_ps(guess, _mm256_setzero_ps()),
+                          _mm256_set1_ps(static_cast<float>(a.last)));
+    __m256i i = _mm256_cvttps_epi32(guess);
+    i = _mm256_andnot_si256(_mm256_castps_si256(low), i);
+    i = _mm256_blendv_epi8(i, _mm256_set1_epi32(a.last), _mm256_castps_si256(high));
+    const __m256 gi = gatherPs(a.g, i);
+    const __m256 gi1 = gatherPs(a.g + 1, i);
+    const __m256 inCell =
+        _mm256_and_ps(_mm256_cmp_ps(x, gi, _CMP_GE_OQ), _mm256_cmp_ps(x, gi1, _CMP_LT_OQ));
+    bad = _mm256_or_ps(bad, _mm256_andnot_ps(_mm256_or_ps(_mm256_or_ps(low, high), inCell),
+                                             _mm256_castsi256_ps(_mm256_set1_epi32(-1))));
+    tOut = _mm256_div_ps(_mm256_sub_ps(x, gi), _mm256_sub_ps(gi1, gi));
+    bad = _mm256_or_ps(bad, _mm256_cmp_ps(tOut, tOut, _CMP_UNORD_Q));
+    iOut = i;
+}
+
+// Queries [b, e) of columns col[0..D); out[q * outStride]. one(q) is the scalar kernel.
+template <int D, class One>
+__attribute__((target("avx2"))) void
+linearScatteredF(const SimdAxisF* ax, const float* values, const std::int32_t* cornerOffsets,
+                 const float* const* col, u64 b, u64 e, float* out, u64 outStride, One&& one) {
+    constexpr int C = 1 << D;
+    const __m256 oneV = _mm256_set1_ps(1.0f);
+    u64 q = b;
+    for (; q + 8 <= e; q += 8) {
+        if (q + 64 + 8 <= e)
+            for (int k = 0; k < D; ++k)
+                prefetchLine(col[k] + q + 64);
+        __m256i offset = _mm256_setzero_si256();
+        __m256 t[D];
+        __m256 bad = _mm256_setzero_ps();
+        for (int k = 0; k < D; ++k) {
+            __m256i i;
+            locateF(ax[k], _mm256_loadu_ps(col[k] + q), i, t[k], bad);
+            offset =
+                _mm256_add_epi32(offset, _mm256_mullo_epi32(i, _mm256_set1_epi32(ax[k].stride)));
+        }
+        __m256 s[C];
+        for (int c = 0; c < C; c += 2) { // corners c and c + 1 are neighbours in memory
+            const float* base = values + cornerOffsets[c];
+            s[c] = gatherPs(base, offset);
+            s[c + 1] = gatherPs(base + 1, offset);
+        }
+        int m = C;
+        for (int k = 0; k < D; ++k) {
+            const __m256 w = t[k];
+            const __m256 u = _mm256_sub_ps(oneV, w);
+            for (int j = 0; j < m; j += 2) {
+                const __m256 lower = _mm256_mul_ps(s[j], u);
+                const __m256 upper = _mm256_mul_ps(s[j + 1], w);
+                const __m256 eq = _mm256_cmp_ps(s[j], s[j + 1], _CMP_EQ_OQ);
+                s[j >> 1] = _mm256_blendv_ps(_mm256_add_ps(lower, upper), s[j], eq);
+            }
+            m >>= 1;
+        }
+        bad = _mm256_or_ps(bad, _mm256_cmp_ps(s[0], s[0], _CMP_UNORD_Q)); // second pass: scalar
+        if (outStride == 1) {
+            _mm256_storeu_ps(out + q, s[0]);
+        } else {
+            alignas(32) float v[8];
+            _mm256_store_ps(v, s[0]);
+            for (u64 l = 0; l < 8; ++l)
+                out[(q + l) * outStride] = v[l];
+        }
+        for (unsigned m8 = static_cast<unsigned>(_mm256_movemask_ps(bad)); m8 != 0; m8 &= m8 - 1) {
+            const u64 l = static_cast<u64>(__builtin_ctz(m8));
+            out[(q + l) * outStride] = one(q + l);
+        }
+    }
+    for (; q < e; ++q)
+        out[q * outStride] = one(q);
+}
+
+#else
+
+template <int D, class One>
+void linearScatteredF(const SimdAxisF*, const float*, const std::int32_t*, const float* const*,
+                      u64 b, u64 e, float* out, u64 outStride, One&& one) {
+    for (u64 q = b; q < e; ++q)
+        out[q * outStride] = one(q);
+}
+
+#endif
+
+} // namespace mathinterp::simd
