@@ -13,12 +13,16 @@ from mathinterp import (
     InterpolationError,
     InterpolationWarning,
     MethodNotBuiltError,
+    get_memory_limit,
     get_num_threads,
     gridStructsInterpFcn,
     griddedInterpolant,
     interp1Fcn,
     interp2Fcn,
+    memory_in_use,
+    memory_limit,
     num_threads,
+    set_memory_limit,
     set_num_threads,
 )
 
@@ -53,6 +57,10 @@ def main() -> None:
     with num_threads(1):
         n: int = get_num_threads()
     set_num_threads(None)
+    set_memory_limit(1 << 30)
+    with memory_limit(None):
+        limit: int = get_memory_limit() + memory_in_use()
+    set_memory_limit(None)
     try:
         griddedInterpolant(np.array([1.0, 1.0]), np.array([1.0, 2.0]))
     except MethodNotBuiltError as e:

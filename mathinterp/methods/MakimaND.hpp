@@ -60,6 +60,10 @@ public:
             const u64* dims = this->gridSizes.data();
             u64 ws1Length = 0, ws2Length = 0, resultLength = 0;
             platform::akimaFixedGrid_precomputeWS(d, dims, &ws1Length, &ws2Length, &resultLength);
+            // The block and both workspaces live together: all must fit before any is made.
+            platform::checkMemoryFits(
+                checkedAdd(checkedBytes<V>(checkedAdd(resultLength, ws1Length)),
+                           checkedBytes<u64>(ws2Length)));
             platform::HostVector<V> block = detail::zeroFilled<V>(resultLength);
             platform::HostVector<V> ws1 = detail::zeroFilled<V>(ws1Length);
             platform::HostVector<u64> ws2 = detail::zeroFilled<u64>(ws2Length);

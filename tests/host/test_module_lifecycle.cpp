@@ -82,13 +82,16 @@ TEST(ModuleLifecycle, ClassDescriptionDeclaresTheMembersInOrder) {
                                         "quartz.mixin.internal.indexing.Paren"}));
 
     const auto& methods = cls->members().methods();
-    ASSERT_EQ(methods.size(), 2u);
+    ASSERT_EQ(methods.size(), 4u);
     EXPECT_EQ(methods[0]->name(), "griddedInterpolant");
     EXPECT_EQ(methods[0]->description(), "griddedInterpolant constructor");
     EXPECT_TRUE(methods[0]->isVisible());
     EXPECT_EQ(methods[1]->name(), "parenReference");
     EXPECT_EQ(methods[1]->description(), "griddedInterpolant evaluation");
     EXPECT_FALSE(methods[1]->isVisible());
+    EXPECT_EQ(methods[2]->name(), "gradient");
+    EXPECT_EQ(methods[3]->name(), "derivative");
+    EXPECT_FALSE(methods[2]->isVisible() || methods[3]->isVisible());
     EXPECT_EQ(cls->constructorMethod(), methods[0].get());
 
     struct Row {
