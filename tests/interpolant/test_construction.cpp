@@ -1,7 +1,7 @@
 // Construction of the interpolant: every accepted argument form, the identifier of the first
 // failing check for every invalid input (and the precedence between checks), the default
 // grid, the split layout of complex values, and that a failed construction stores nothing.
-#include "InterpolantTestUtil.hpp"
+#include "support/Interpolant.hpp"
 
 #include "mathinterp/interpolant/GridValidation.hpp"
 #include "mathinterp/methods/CubicND.hpp"

@@ -4,7 +4,7 @@
 // built method, with itself, "none" and a third method as extrapolation, for every precision
 // pair and both query precisions, with value sets and complex values; scattered and gridded
 // queries in 1-D, 2-D and 3-D. Methods missing from the build are skipped.
-#include "InterpolantTestUtil.hpp"
+#include "support/Interpolant.hpp"
 
 #include "mathinterp/methods/ConstantND.hpp"
 #include "mathinterp/methods/Cubic1D.hpp"

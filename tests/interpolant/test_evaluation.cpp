@@ -4,7 +4,7 @@
 // and that a failed evaluation changes nothing. 1-D results are checked end to end; the N-D
 // query handling is checked through a recording evaluator, and end to end once N-D linear
 // interpolation is part of the build.
-#include "InterpolantTestUtil.hpp"
+#include "support/Interpolant.hpp"
 
 #include "mathinterp/core/Numeric.hpp"
 #include "mathinterp/methods/LinearND.hpp"

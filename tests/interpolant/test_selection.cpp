@@ -2,7 +2,7 @@
 // non-uniform spacing, with the uniformity tolerance at its edge), the one-dimensional-only
 // fallbacks and their warnings (identifiers and counts, through the warning sink), the words
 // stored back, and the evaluator instantiation for words and precision pairs.
-#include "InterpolantTestUtil.hpp"
+#include "support/Interpolant.hpp"
 
 #include "mathinterp/core/Evaluators.hpp"
 #include "mathinterp/interpolant/GridValidation.hpp"

@@ -3,7 +3,7 @@
 // the values at the next evaluation; Values rebinds an unshared, current evaluator in place
 // and otherwise drops it; the copy properties share values and evaluator; setters only store
 // while the object is not fully constructed.
-#include "InterpolantTestUtil.hpp"
+#include "support/Interpolant.hpp"
 
 #include "mathinterp/core/Numeric.hpp"
 #include "support/Bits.hpp"

@@ -1,0 +1,278 @@
+// What every method promises, checked once for each method word x dimension 1-3 x grid and
+// value precision x query precision x grid kind, through construction, selection and
+// evaluation as a user calls them: grid values exact at the nodes, the method's polynomial
+// degree reproduced inside and outside, value sets and complex planes independent, batched
+// (serial and parallel, every packed level), gridded and one-at-a-time runs identical to the
+// bit, the extrapolation role, NaN queries, and tables rebuilt after new values.
+#include "support/Bits.hpp"
+#include "support/Cases.hpp"
+#include "support/SimdLevels.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <tuple>
+
+using namespace testsupport;
+using platform::ClassId;
+
+namespace {
+
+struct Combo {
+    const char* word;
+    std::size_t d;
+    ClassId grid, values, query;
+    bool irregular;
+};
+
+std::vector<Combo> allCombos() {
+    std::vector<Combo> c;
+    const ClassId both[] = {ClassId::Double, ClassId::Single};
+    for (const MethodWord& m : kMethodWords)
+        for (std::size_t d = 1; d <= 3; ++d)
+            for (ClassId g : both)
+                for (ClassId v : both)
+                    for (ClassId q : both)
+                        for (bool irr : {false, true})
+                            c.push_back({m.word, d, g, v, q, irr});
+    return c;
+}
+
+std::string comboName(const ::testing::TestParamInfo<Combo>& i) {
+    auto p = [](ClassId c) { return c == ClassId::Single ? "s" : "d"; };
+    const Combo& c = i.param;
+    return std::string(c.word) + std::to_string(c.d) + "D_" + p(c.grid) + p(c.values) +
+           p(c.query) + (c.irregular ? "_irregular" : "_uniform");
+}
+
+const std::vector<std::uint64_t> kSizes[] = {{}, {9}, {6, 5}, {5, 4, 6}};
+
+class Conformance : public ::testing::TestWithParam<Combo> {
+protected:
+    void SetUp() override {
+        const Combo& c = GetParam();
+        grids = makeGrids(kSizes[c.d], c.grid, c.irregular);
+        cell = gridCell(grids, c.grid);
+    }
+    HostArray values(const PointFn& f, std::uint64_t sets = 1, const PointFn& fi = {}) const {
+        return gridValues(grids, GetParam().values, sets, f, fi);
+    }
+    std::vector<double> at(mathinterp::GriddedInterpolant& g, const std::vector<Point>& q) const {
+        return evalPoints(g, q, GetParam().d, GetParam().query);
+    }
+    bool inside(const Point& p) const {
+        for (std::size_t k = 0; k < p.size(); ++k)
+            if (!(p[k] >= grids[k].front() && p[k] <= grids[k].back())) return false;
+        return true;
+    }
+    bool anySingle() const {
+        const Combo& c = GetParam();
+        return c.grid == ClassId::Single || c.values == ClassId::Single ||
+               c.query == ClassId::Single;
+    }
+    std::vector<std::vector<double>> grids;
+    HostArray cell;
+};
+
+void expectSameBits(const std::vector<double>& a, const std::vector<double>& b,
+                    const std::string& what) {
+    ASSERT_EQ(a.size(), b.size()) << what;
+    for (std::size_t i = 0; i < a.size(); ++i)
+        ASSERT_TRUE(sameBits(a[i], b[i])) << what << ", result " << i;
+}
+
+TEST_P(Conformance, GridValuesExactAtTheNodes) {
+    auto g = interpolant(cell, values(rough), GetParam().word);
+    const MethodWord& chosen = methodWord(itest::textOf(g.method()));
+    std::vector<Point> nodes;
+    std::vector<double> expected;
+    const HostArray v = values(rough);
+    const std::uint64_t count = v.numberOfElements();
+    for (std::uint64_t i = 0; i < count; ++i) {
+        Point p(grids.size());
+        std::uint64_t rest = i;
+        for (std::size_t k = 0; k < grids.size(); ++k) {
+            p[k] = grids[k][rest % grids[k].size()];
+            rest /= grids[k].size();
+        }
+        nodes.push_back(p);
+        expected.push_back(v.realAt(i));
+    }
+    // A single query on a double grid may not hold the node: only exact coordinates count.
+    std::vector<Point> exact;
+    std::vector<double> want;
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        bool ok = true;
+        for (std::size_t k = 0; k < grids.size(); ++k)
+            ok = ok && roundTo(GetParam().query, nodes[i][k]) == nodes[i][k] &&
+                 (chosen.lastNodeExact || nodes[i][k] != grids[k].back());
+        if (ok) {
+            exact.push_back(nodes[i]);
+            want.push_back(expected[i]);
+        }
+    }
+    expectSameBits(at(g, exact), want, "nodes");
+}
+
+TEST_P(Conformance, ReproducesItsPolynomialDegreeInsideAndOutside) {
+    const Combo& c = GetParam();
+    // The degree of the method actually chosen (cubic becomes spline on an irregular grid;
+    // next, previous and pchip become linear in two or more dimensions).
+    auto probe = interpolant(cell, values(rough), c.word);
+    const std::string word = itest::textOf(probe.method());
+    const int order = methodWord(word).order;
+    auto poly = [order](std::uint64_t, const Point& p) {
+        double f = 0.75;
+        for (std::size_t k = 0; k < p.size(); ++k) {
+            const double x = p[k], a = 0.5 * double(k + 1);
+            f += (order >= 1 ? a * x : 0) + (order >= 2 ? -0.25 * x * x : 0) +
+                 (order >= 3 ? 0.125 * x * x * x : 0);
+        }
+        return f;
+    };
+    auto g = interpolant(cell, values(poly), c.word);
+    const std::vector<Point> q = queryPoints(grids, 400, c.query);
+    const std::vector<double> r = at(g, q);
+    const double tol = anySingle() ? 2e-4 : 1e-11;
+    for (std::size_t i = 0; i < q.size(); ++i) {
+        bool nan = false;
+        for (double x : q[i])
+            nan = nan || std::isnan(x);
+        // next and previous have no value past the last or before the first point.
+        if (word == "next" && q[i][0] > grids[0].back()) nan = true;
+        if (word == "previous" && q[i][0] < grids[0].front()) nan = true;
+        if (nan) {
+            EXPECT_TRUE(std::isnan(r[i])) << "query " << i;
+            continue;
+        }
+        const double f = poly(0, q[i]);
+        EXPECT_NEAR(r[i], f, tol * (1 + std::abs(f))) << word << " query " << i;
+    }
+}
+
+TEST_P(Conformance, ValueSetsAndComplexPlanesAreIndependent) {
+    const Combo& c = GetParam();
+    const std::vector<Point> q = queryPoints(grids, 300, c.query, 7);
+    auto sets = interpolant(cell, values(rough, 3), c.word);
+    const std::vector<double> all = at(sets, q);
+    for (std::uint64_t s = 0; s < 3; ++s) {
+        auto one = interpolant(cell, values([s](auto, const Point& p) { return rough(s, p); }),
+                               c.word);
+        const std::vector<double> r = at(one, q);
+        expectSameBits(std::vector<double>(all.begin() + s * q.size(),
+                                           all.begin() + (s + 1) * q.size()),
+                       r, "value set " + std::to_string(s));
+    }
+    auto im = [](std::uint64_t s, const Point& p) { return rough(s + 5, p); };
+    auto cx = interpolant(cell, values(rough, 2, im), c.word);
+    auto re = interpolant(cell, values(rough, 2), c.word);
+    auto imOnly = interpolant(cell, values(im, 2), c.word);
+    std::vector<double> want = at(re, q);
+    const std::vector<double> wantIm = at(imOnly, q);
+    want.insert(want.end(), wantIm.begin(), wantIm.end());
+    expectSameBits(at(cx, q), want, "complex planes");
+}
+
+TEST_P(Conformance, BatchedGriddedAndOneAtATimeRunsAgree) {
+    const Combo& c = GetParam();
+    auto g = interpolant(cell, values(rough, 2), c.word);
+    // 2049 points: parallel in blocks; the first 2047 and 2048 as their own batches straddle
+    // the threshold; each point alone takes the scalar kernel.
+    const std::vector<Point> q = queryPoints(grids, 2049, c.query, 3);
+    std::vector<double> single;
+    for (const Point& p : q)
+        single.push_back(at(g, {p})[0]);
+    forEachSimdLevel([&] {
+        const std::vector<double> batch = at(g, q);
+        for (std::uint64_t m : {2047u, 2048u, 2049u}) {
+            const std::vector<Point> head(q.begin(), q.begin() + m);
+            const std::vector<double> r = at(g, head);
+            expectSameBits(std::vector<double>(r.begin(), r.begin() + m),
+                           std::vector<double>(batch.begin(), batch.begin() + m),
+                           "batch of " + std::to_string(m));
+        }
+        expectSameBits(std::vector<double>(batch.begin(), batch.begin() + q.size()), single,
+                       "one at a time");
+    });
+    // Gridded: the full grid of the query vectors (first dimension fastest) equals the
+    // scattered run at the same points.
+    const std::uint64_t per[] = {0, 2049, 46, 13};
+    std::vector<std::vector<double>> vec(c.d);
+    const std::vector<Point> src = queryPoints(grids, per[c.d], c.query, 11);
+    HostArray cellQ = HostArray::createCell(1, c.d);
+    for (std::size_t k = 0; k < c.d; ++k) {
+        for (const Point& p : src)
+            vec[k].push_back(p[(k + 1) % c.d]);
+        cellQ.setCell(k, numericRow(vec[k], c.query));
+    }
+    std::vector<Point> pts;
+    std::uint64_t total = 1;
+    for (auto& v : vec)
+        total *= v.size();
+    for (std::uint64_t i = 0; i < total; ++i) {
+        Point p(c.d);
+        std::uint64_t rest = i;
+        for (std::size_t k = 0; k < c.d; ++k) {
+            p[k] = vec[k][rest % vec[k].size()];
+            rest /= vec[k].size();
+        }
+        pts.push_back(p);
+    }
+    const bool bits = c.d == 1 || methodWord(itest::textOf(g.method())).griddedBitsND;
+    const double tol = anySingle() ? 1e-5 : 1e-12;
+    forEachSimdLevel([&] {
+        const std::vector<double> gr = resultsOf(itest::eval(g, {cellQ})), sc = at(g, pts);
+        if (bits) return expectSameBits(gr, sc, "gridded");
+        ASSERT_EQ(gr.size(), sc.size());
+        double scale = 1; // rounding grows with the largest value, extrapolated ones included
+        for (double v : sc)
+            scale = std::isnan(v) ? scale : std::max(scale, std::abs(v));
+        for (std::size_t i = 0; i < gr.size(); ++i)
+            if (!(std::isnan(gr[i]) && std::isnan(sc[i]))) {
+                ASSERT_NEAR(gr[i], sc[i], tol * scale) << "gridded " << i;
+            }
+    });
+}
+
+TEST_P(Conformance, ServesAsExtrapolationAndStopsAtNone) {
+    const Combo& c = GetParam();
+    const std::vector<Point> q = queryPoints(grids, 500, c.query, 5);
+    const HostArray v = values(rough);
+    auto own = interpolant(cell, v, c.word);
+    auto lin = interpolant(cell, v, "linear");
+    auto asExtrap = interpolant(cell, v, "linear", c.word);
+    auto none = interpolant(cell, v, c.word, "none");
+    const auto rOwn = at(own, q), rLin = at(lin, q), rEx = at(asExtrap, q), rNone = at(none, q);
+    for (std::size_t i = 0; i < q.size(); ++i) {
+        const bool in = inside(q[i]);
+        ASSERT_TRUE(sameBits(rEx[i], in ? rLin[i] : rOwn[i])) << "extrapolation, query " << i;
+        if (in)
+            ASSERT_TRUE(sameBits(rNone[i], rOwn[i])) << "inside with none, query " << i;
+        else
+            ASSERT_TRUE(std::isnan(rNone[i])) << "outside with none, query " << i;
+    }
+}
+
+TEST_P(Conformance, NewValuesRebuildWhatTheOldOnesMade) {
+    const Combo& c = GetParam();
+    const std::vector<Point> q = queryPoints(grids, 300, c.query, 9);
+    auto g = interpolant(cell, values(rough), c.word);
+    (void)at(g, q); // builds whatever the method keeps
+    auto other = [](std::uint64_t, const Point& p) { return rough(4, p); };
+    g.setValues(values(other));
+    auto fresh = interpolant(cell, values(other), c.word);
+    expectSameBits(at(g, q), at(fresh, q), "after new values");
+    // A copy made before new values keeps the old ones.
+    auto before = interpolant(cell, values(rough), c.word);
+    (void)at(before, q);
+    mathinterp::GriddedInterpolant copy = before;
+    before.setValues(values(other));
+    auto old = interpolant(cell, values(rough), c.word);
+    expectSameBits(at(copy, q), at(old, q), "copy");
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryMethod, Conformance, ::testing::ValuesIn(allCombos()), comboName);
+
+} // namespace
