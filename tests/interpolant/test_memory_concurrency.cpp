@@ -2,7 +2,7 @@
 // cached large blocks are given back before a refusal; multi-pass builds refuse up front;
 // a refusal leaves the object evaluating and the live figure where it was; concurrent
 // evaluations under a tight limit never pass it (this file also runs under TSan).
-#include "interpolant/InterpolantTestUtil.hpp"
+#include "support/Interpolant.hpp"
 
 #include <platform/HostAllocator.hpp>
 #include <platform/MemoryBudget.hpp>

@@ -4,7 +4,7 @@
 // corners and 4^d neighbourhoods overflow or exceed any memory; the values buffer of one element
 // is never read). Interpolant level: gridded query outputs whose element count overflows 64
 // bits or whose byte count exceeds memory.
-#include "interpolant/InterpolantTestUtil.hpp"
+#include "support/Interpolant.hpp"
 
 #include "mathinterp/interpolant/EvaluatorFactory.hpp"
 #include "mathinterp/methods/CubicND.hpp"

@@ -28,21 +28,9 @@ namespace {
 void precompute1(u64 n, const double* x, const double* y, double* ws, double* r) {
     akimaFixedGrid_precompute_1D_double(n, x, y, ws, r);
 }
-void precompute1(u64 n, const float* x, const float* y, float* ws, float* r) {
-    akimaFixedGrid_precompute_1D_float(n, x, y, ws, r);
-}
-void precompute1(u64 n, const double* x, const float* y, float* ws, float* r) {
-    akimaFixedGrid_precompute_1D_float(n, x, y, ws, r);
-}
 void interpolate1(u64 n, const double* x, const double* r, const double* q, const u64* k,
                   double* o) {
     akimaFixedGrid_interpolate_1D_double(n, x, 0, 1, r, 1, q, k, o);
-}
-void interpolate1(u64 n, const double* x, const float* r, const double* q, const u64* k, float* o) {
-    akimaFixedGrid_interpolate_1D_float(n, x, 0, 1, r, 1, q, k, o);
-}
-void interpolate1(u64 n, const float* x, const float* r, const float* q, const u64* k, float* o) {
-    akimaFixedGrid_interpolate_1D_float(n, x, 0, 1, r, 1, q, k, o);
 }
 
 // Interval of a query by the engine's rule: 0 below x[1] and for NaN, n-2 at or above x[n-2].
@@ -219,60 +207,6 @@ TEST(AkimaService1D, HandComputedBlockAndValues) {
     EXPECT_SAME_BITS(l(4.0), 6.5);
 }
 
-TEST(AkimaService1D, NodesExactInEveryPrecision) {
-    std::mt19937_64 rng(11);
-    for (u64 n : {2u, 3u, 4u, 9u, 40u}) {
-        const auto x = irregularGrid(rng, n, -3.0);
-        auto y = randomValues(rng, n);
-        y[n / 2] = -0.0; // the sign of a zero survives too
-        const Akima1<double, double> dd(x, y);
-        const std::vector<float> xf(x.begin(), x.end()), yf(y.begin(), y.end());
-        const Akima1<float, float> ff(xf, yf);
-        const Akima1<double, float> df(x, yf);
-        for (u64 i = 0; i < n; ++i) {
-            EXPECT_SAME_BITS(dd(x[i]), y[i]) << n << " " << i;
-            EXPECT_SAME_BITS(ff(xf[i]), yf[i]) << n << " " << i;
-            EXPECT_SAME_BITS(df(x[i]), yf[i]) << n << " " << i;
-        }
-    }
-    // An infinite neighbour does not reach a node's value.
-    const Akima1<double, double> inf({0, 1, 2, 3}, {1, INFINITY, 2, 3});
-    EXPECT_SAME_BITS(inf(0.0), 1.0);
-    EXPECT_SAME_BITS(inf(3.0), 3.0);
-}
-
-TEST(AkimaService1D, LinesReproduced) {
-    // Slopes exact in binary: every derivative is exactly 3, so c2 = c3 = 0 and dyadic
-    // queries give exact values inside and outside.
-    const std::vector<double> x{0, 1, 2, 4, 5, 8};
-    std::vector<double> y;
-    for (double v : x)
-        y.push_back(3 * v - 2);
-    const Akima1<double, double> a(x, y);
-    for (u64 k = 0; k + 1 < x.size(); ++k) {
-        EXPECT_SAME_BITS(a.c1(k), 3.0);
-        EXPECT_SAME_BITS(a.c2(k), 0.0);
-        EXPECT_SAME_BITS(a.c3(k), 0.0);
-    }
-    for (double q : {-4.5, -0.25, 0.5, 1.75, 3.0, 4.5, 6.25, 8.0, 11.5})
-        EXPECT_SAME_BITS(a(q), 3 * q - 2) << q;
-
-    // General lines on irregular grids: within rounding of the slopes.
-    std::mt19937_64 rng(5);
-    for (int rep = 0; rep < 20; ++rep) {
-        const auto gx = irregularGrid(rng, 12, -1.0);
-        std::vector<double> gy;
-        for (double v : gx)
-            gy.push_back(0.7 - 1.3 * v);
-        const Akima1<double, double> b(gx, gy);
-        std::uniform_real_distribution<double> qd(gx.front() - 3, gx.back() + 3);
-        for (int i = 0; i < 50; ++i) {
-            const double q = qd(rng);
-            EXPECT_NEAR(b(q), 0.7 - 1.3 * q, 1e-13 * (1 + std::fabs(q))) << q;
-        }
-    }
-}
-
 TEST(AkimaService1D, MatchesIndependentReference) {
     std::mt19937_64 rng(7);
     for (u64 n : {2u, 3u, 4u, 5u, 17u}) {
@@ -347,28 +281,6 @@ TEST(AkimaService1D, MirroredDataGiveTheMirroredInterpolant) {
     }
 }
 
-TEST(AkimaService1D, PrecisionPairsAgreeWithDouble) {
-    std::mt19937_64 rng(13);
-    const auto x = irregularGrid(rng, 25, -5.0);
-    const auto y = randomValues(rng, 25);
-    const std::vector<float> xf(x.begin(), x.end()), yf(y.begin(), y.end());
-    const Akima1<double, float> df(x, yf);
-    const Akima1<float, float> ff(xf, yf);
-    const Akima1<double, double> dd(x, std::vector<double>(yf.begin(), yf.end()));
-    std::uniform_real_distribution<double> qd(x.front() - 1, x.back() + 1);
-    for (int i = 0; i < 200; ++i) {
-        const double q = qd(rng);
-        // Single grid points differenced lose about |x| eps / h relative: 2e-5 here.
-        const double tol = 1e-4 * (1 + std::fabs(dd(q)));
-        EXPECT_NEAR(df(q), dd(q), tol);
-        EXPECT_NEAR(ff(static_cast<float>(q)), dd(static_cast<float>(q)), tol);
-    }
-    // The offset of a single query on a double grid is formed in double: on a grid far from
-    // zero a single query would be rounded to a coarse step first.
-    const Akima1<double, float> far({1e4, 1e4 + 1, 1e4 + 2}, {0.f, 1.f, 2.f});
-    EXPECT_SAME_BITS(far(1e4 + 0.3), 0.3f);
-}
-
 TEST(AkimaService1D, SetsQueriesInBatchAndNaN) {
     std::mt19937_64 rng(17);
     const auto x = irregularGrid(rng, 8, 0.0);
@@ -392,63 +304,6 @@ TEST(AkimaService1D, SetsQueriesInBatchAndNaN) {
 
 // ---- N dimensions ---------------------------------------------------------------------------
 
-TEST(AkimaServiceND, NodesExactAndLinesReproduced) {
-    // f = 1 + 2x - 3y + z/2 on grids with power-of-two spacings: every derivative entry is
-    // exact (cross derivatives exactly 0) and dyadic queries give exact values.
-    const std::vector<std::vector<double>> g{{0, 1, 2, 4, 8}, {-2, -1, 0, 0.5}, {0, 4, 6}};
-    auto f = [](double x, double y, double z) { return 1 + 2 * x - 3 * y + z / 2; };
-    std::vector<double> v;
-    for (double z : g[2])
-        for (double y : g[1])
-            for (double x : g[0])
-                v.push_back(f(x, y, z));
-    const AkimaN<double, double> a(g, v);
-    for (u64 p = 0; p < v.size(); ++p) {
-        const double* node = &a.block[p * 8];
-        EXPECT_SAME_BITS(node[0], v[p]);
-        EXPECT_SAME_BITS(node[1], 2.0);
-        EXPECT_SAME_BITS(node[2], -3.0);
-        EXPECT_SAME_BITS(node[4], 0.5);
-        for (u64 s : {3u, 5u, 6u, 7u})
-            EXPECT_SAME_BITS(node[s], 0.0);
-    }
-    for (double x : {-1.5, 0.0, 0.5, 3.0, 8.0, 9.25})
-        for (double y : {-3.0, -1.5, 0.25, 0.5, 1.0})
-            for (double z : {-2.0, 0.0, 5.0, 6.0, 8.0})
-                EXPECT_SAME_BITS(a({x, y, z}), f(x, y, z)) << x << " " << y << " " << z;
-
-    // Random data: nodes exact.
-    std::mt19937_64 rng(21);
-    const std::vector<std::vector<double>> h{irregularGrid(rng, 6, 0), irregularGrid(rng, 4, 2)};
-    const auto w = randomValues(rng, 24);
-    const AkimaN<double, double> b(h, w);
-    for (u64 j = 0; j < 4; ++j)
-        for (u64 i = 0; i < 6; ++i)
-            EXPECT_SAME_BITS(b({h[0][i], h[1][j]}), w[i + 6 * j]);
-}
-
-TEST(AkimaServiceND, SeparableDataGiveTheSumOfOneDimensionalInterpolants) {
-    std::mt19937_64 rng(23);
-    const std::vector<std::vector<double>> g{irregularGrid(rng, 7, -1), irregularGrid(rng, 5, 0),
-                                             irregularGrid(rng, 6, 3)};
-    const auto f = randomValues(rng, 7), gy = randomValues(rng, 5), hz = randomValues(rng, 6);
-    std::vector<double> v;
-    for (u64 k = 0; k < 6; ++k)
-        for (u64 j = 0; j < 5; ++j)
-            for (u64 i = 0; i < 7; ++i)
-                v.push_back(f[i] + gy[j] + hz[k]);
-    const AkimaN<double, double> a(g, v);
-    const Akima1<double, double> fx(g[0], f), fy(g[1], gy), fz(g[2], hz);
-    std::uniform_real_distribution<double> u(-0.2, 1.2);
-    for (int i = 0; i < 500; ++i) {
-        std::vector<double> q(3);
-        for (u64 j = 0; j < 3; ++j)
-            q[j] = g[j].front() + u(rng) * (g[j].back() - g[j].front());
-        const double sum = fx(q[0]) + fy(q[1]) + fz(q[2]);
-        EXPECT_NEAR(a(q), sum, 1e-13 * (1 + std::fabs(sum))) << q[0] << " " << q[1] << " " << q[2];
-    }
-}
-
 TEST(AkimaServiceND, TwoPointDimensionIsLinear) {
     std::mt19937_64 rng(29);
     const std::vector<std::vector<double>> g{irregularGrid(rng, 8, 0), {1.0, 3.0}};
@@ -462,102 +317,6 @@ TEST(AkimaServiceND, TwoPointDimensionIsLinear) {
         const double x = ux(rng), y = uy(rng), t = (y - 1.0) / 2.0;
         EXPECT_NEAR(a({x, y}), (1 - t) * r0(x) + t * r1(x), 1e-13) << x << " " << y;
     }
-}
-
-TEST(AkimaServiceND, OneDimensionAgreesWithTheOneDimensionalService) {
-    std::mt19937_64 rng(31);
-    const auto x = irregularGrid(rng, 10, 0);
-    const auto y = randomValues(rng, 10);
-    const AkimaN<double, double> a({x}, y);
-    const Akima1<double, double> b(x, y);
-    // Node-major: value, then derivative; the derivatives are the 1-D ones bit for bit.
-    for (u64 i = 0; i < 10; ++i)
-        EXPECT_SAME_BITS(a.block[2 * i], y[i]);
-    for (u64 i = 0; i + 1 < 10; ++i)
-        EXPECT_SAME_BITS(a.block[2 * i + 1], b.c1(i));
-    std::uniform_real_distribution<double> qd(x.front() - 1, x.back() + 1);
-    for (int i = 0; i < 200; ++i) {
-        const double q = qd(rng);
-        EXPECT_NEAR(a({q}), b(q), 1e-13) << q;
-    }
-}
-
-TEST(AkimaServiceND, StepsDoNotOvershootAndFlatDataGiveZeroDerivatives) {
-    const std::vector<std::vector<double>> g{{0, 1, 2, 3, 4, 5, 6}, {0, 0.5, 1, 2, 3, 4}};
-    std::vector<double> v;
-    for (double y : g[1])
-        for (double x : g[0])
-            v.push_back((x >= 3 ? 1.0 : 0.0) + (y >= 2 ? 2.0 : 0.0));
-    const AkimaN<double, double> a(g, v);
-    for (double x = -0.5; x <= 6.5; x += 0.125)
-        for (double y = -0.25; y <= 4.25; y += 0.125) {
-            const double r = a({x, y});
-            EXPECT_GE(r, 0.0) << x << " " << y;
-            EXPECT_LE(r, 3.0) << x << " " << y;
-        }
-    const std::vector<double> flat(42, -1.5);
-    const AkimaN<double, double> c(g, flat);
-    for (u64 p = 0; p < 42; ++p)
-        for (u64 s = 1; s < 4; ++s)
-            EXPECT_SAME_BITS(c.block[4 * p + s], 0.0);
-    for (double x : {-3.0, 0.3, 2.7, 9.0})
-        for (double y : {-1.0, 0.7, 3.3})
-            EXPECT_SAME_BITS(c({x, y}), -1.5);
-}
-
-TEST(AkimaServiceND, SinglePrecisionAgreesWithDouble) {
-    std::mt19937_64 rng(37);
-    const std::vector<std::vector<double>> g{irregularGrid(rng, 6, 0), irregularGrid(rng, 5, 0)};
-    const auto vd = randomValues(rng, 30);
-    const std::vector<float> vf(vd.begin(), vd.end());
-    std::vector<std::vector<float>> gf;
-    for (const auto& e : g)
-        gf.emplace_back(e.begin(), e.end());
-    const AkimaN<double, float> df(g, vf);
-    const AkimaN<float, float> ff(gf, vf);
-    const AkimaN<double, double> dd(g, std::vector<double>(vf.begin(), vf.end()));
-    std::uniform_real_distribution<double> u(-0.1, 1.1);
-    for (int i = 0; i < 200; ++i) {
-        const double x = g[0].front() + u(rng) * (g[0].back() - g[0].front());
-        const double y = g[1].front() + u(rng) * (g[1].back() - g[1].front());
-        EXPECT_NEAR(df({x, y}), dd({x, y}), 2e-5);
-        const float xf = static_cast<float>(x), yf = static_cast<float>(y);
-        EXPECT_NEAR(ff({xf, yf}), dd({xf, yf}), 2e-5);
-    }
-}
-
-TEST(AkimaServiceND, ConcurrentQueriesOnOneBlockMatchSerial) {
-    std::mt19937_64 rng(41);
-    const std::vector<std::vector<double>> g{irregularGrid(rng, 9, 0), irregularGrid(rng, 7, 0)};
-    const auto v = randomValues(rng, 63);
-    const AkimaN<double, double> a(g, v);
-    const u64 m = 4000;
-    std::vector<double> q(2 * m);
-    std::vector<u64> k(2 * m);
-    std::uniform_real_distribution<double> u(-1, 15);
-    for (u64 i = 0; i < m; ++i)
-        for (u64 j = 0; j < 2; ++j) {
-            q[2 * i + j] = u(rng);
-            k[2 * i + j] = intervalOf(g[j], q[2 * i + j]);
-        }
-    std::vector<double> serial(m);
-    for (u64 i = 0; i < m; ++i)
-        serial[i] = a({q[2 * i], q[2 * i + 1]});
-    std::vector<double> par(m);
-    std::vector<std::thread> threads;
-    for (u64 t = 0; t < 4; ++t)
-        threads.emplace_back([&, t] {
-            std::vector<double> s(a.scratch.size());
-            std::vector<u64> si(a.iscratch.size());
-            const u64 b = t * m / 4, e = (t + 1) * m / 4;
-            akimaFixedGrid_interpolate_double(2, a.dims.data(), a.gp.data(), 0, 1, a.block.data(),
-                                              &q[2 * b], &k[2 * b], e - b, s.data(), si.data(),
-                                              &par[b]);
-        });
-    for (auto& th : threads)
-        th.join();
-    for (u64 i = 0; i < m; ++i)
-        EXPECT_SAME_BITS(par[i], serial[i]);
 }
 
 // ---- sizes -----------------------------------------------------------------------------------

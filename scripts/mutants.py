@@ -1,0 +1,181 @@
+#!/usr/bin/python3
+"""Applies each deliberate fault of scripts/mutants.txt to a scratch copy of the tree, builds
+it and runs the tests; a fault the tests do not notice is reported as "survived".
+
+    /usr/bin/python3 scripts/mutants.py [--scratch DIR] [--only M01,M07] [--tree DIR]
+        [--opt -O1] [--markdown FILE]
+
+The scratch copy (default /tmp/mathinterp-mutants) keeps its build directory between runs,
+and ccache, when installed, serves the unchanged objects, so a fault costs the objects that
+include the file it touches. C++ tests run first (CTest, stopping at the first failure); if
+they pass, or the fault is in the Python face, pytest runs too. Exit status 1 if any fault
+survives or the unchanged tree fails.
+"""
+
+from __future__ import annotations
+
+import argparse
+import os
+import re
+import shutil
+import subprocess
+import sys
+import time
+from dataclasses import dataclass, field
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+
+
+@dataclass
+class Fault:
+    ident: str
+    layer: str
+    path: str
+    what: str
+    edits: list[tuple[str, str]] = field(default_factory=list)
+
+
+def parse(text: str) -> list[Fault]:
+    faults: list[Fault] = []
+    old = None
+    for line in text.splitlines():
+        if not line.strip() or line.startswith("#"):
+            continue
+        m = re.match(r"^(M\d+)\s*\|\s*(\w+)\s*\|\s*(\S+)\s*\|\s*(.+)$", line)
+        if m:
+            faults.append(Fault(*m.groups()))
+        elif line.startswith("- "):
+            old = line[2:].strip()
+        elif line.startswith("+ ") and old is not None:
+            faults[-1].edits.append((old, line[2:].strip()))
+            old = None
+        else:
+            raise SystemExit(f"mutants.txt: cannot read {line!r}")
+    return faults
+
+
+def apply(fault: Fault, tree: str) -> str:
+    """Writes the faulty file; returns the original text."""
+    path = os.path.join(tree, fault.path)
+    with open(path) as f:
+        original = f.read()
+    text = original
+    for old, new in fault.edits:
+        # Match the stripped line whatever its indentation.
+        hits = [m.start() for m in re.finditer(re.escape(old), text)]
+        if len(hits) != 1:
+            raise SystemExit(f"{fault.ident}: {old!r} occurs {len(hits)} times in {fault.path}")
+        text = text[: hits[0]] + new + text[hits[0] + len(old):]
+    with open(path, "w") as f:
+        f.write(text)
+    return original
+
+
+def run(cmd: list[str], cwd: str, timeout: int = 1800) -> bool:
+    try:
+        return subprocess.run(cmd, cwd=cwd, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                              timeout=timeout).returncode == 0
+    except subprocess.TimeoutExpired:
+        return False
+
+
+def copy_tree(src: str, dst: str) -> None:
+    files = subprocess.run(["git", "ls-files", "-co", "--exclude-standard", "-z"], cwd=src,
+                           check=True, capture_output=True).stdout.split(b"\0")
+    keep = set()
+    for f in files:
+        if not f:
+            continue
+        rel = f.decode()
+        if not os.path.exists(os.path.join(src, rel)):
+            continue
+        keep.add(rel)
+        target = os.path.join(dst, rel)
+        os.makedirs(os.path.dirname(target), exist_ok=True)
+        s = os.path.join(src, rel)
+        if not os.path.exists(target) or open(s, "rb").read() != open(target, "rb").read():
+            shutil.copy2(s, target)
+    # Files gone from the source tree go from the copy too (the build directory stays).
+    for dirpath, dirnames, filenames in os.walk(dst):
+        if os.path.relpath(dirpath, dst).split(os.sep)[0] in ("build", ".git"):
+            continue
+        for name in filenames:
+            rel = os.path.relpath(os.path.join(dirpath, name), dst)
+            if rel not in keep:
+                os.remove(os.path.join(dirpath, name))
+
+
+def main() -> int:
+    ap = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    ap.add_argument("--tree", default=ROOT, help="the tree whose tests are judged")
+    ap.add_argument("--scratch", default="/tmp/mathinterp-mutants")
+    ap.add_argument("--only", default="", help="comma-separated fault ids")
+    ap.add_argument("--opt", default="-O1", help="optimisation level of the scratch build")
+    ap.add_argument("--markdown", default="", help="also write the table to this file")
+    args = ap.parse_args()
+
+    with open(os.path.join(ROOT, "scripts", "mutants.txt")) as f:
+        faults = parse(f.read())
+    if args.only:
+        wanted = set(args.only.split(","))
+        faults = [x for x in faults if x.ident in wanted]
+
+    tree = args.scratch
+    os.makedirs(tree, exist_ok=True)
+    copy_tree(args.tree, tree)
+    build = os.path.join(tree, "build")
+    launcher = ["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"] if shutil.which("ccache") else []
+    configure = ["cmake", "-S", ".", "-B", "build", "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
+                 f"-DCMAKE_CXX_FLAGS_RELEASE={args.opt} -DNDEBUG", "-DMATHINTERP_BENCH=OFF",
+                 "-DMATHINTERP_EXAMPLES=OFF", "-DMATHINTERP_WERROR=OFF"] + launcher
+    env_py = dict(os.environ, PYTHONPATH=os.path.join(build, "python"))
+    ctest = ["ctest", "--test-dir", "build", "-j", str(os.cpu_count() or 2), "-LE", "install",
+             "--stop-on-failure", "--timeout", "600"]
+    pytest = ["/usr/bin/python3", "-m", "pytest", "-x", "-q", "-p", "no:cacheprovider",
+              "tests/python"]
+
+    def build_tree() -> bool:
+        return run(["cmake", "--build", "build", "-j", str(os.cpu_count() or 2)], tree)
+
+    def pytest_passes() -> bool:
+        return subprocess.run(pytest, cwd=tree, env=env_py, stdout=subprocess.DEVNULL,
+                              stderr=subprocess.DEVNULL, timeout=1800).returncode == 0
+
+    if not run(configure, tree) or not build_tree():
+        print("the unchanged tree does not build", file=sys.stderr)
+        return 1
+    if not run(ctest, tree) or not pytest_passes():
+        print("the unchanged tree fails its tests", file=sys.stderr)
+        return 1
+
+    rows = []
+    for fault in faults:
+        t0 = time.time()
+        original = apply(fault, tree)
+        try:
+            if not build_tree():
+                verdict = "does not build"
+            elif not run(ctest, tree):
+                verdict = "caught (C++)"
+            elif not pytest_passes():
+                verdict = "caught (Python)"
+            else:
+                verdict = "SURVIVED"
+        finally:
+            with open(os.path.join(tree, fault.path), "w") as f:
+                f.write(original)
+        rows.append((fault, verdict))
+        print(f"{fault.ident} {verdict:16} {time.time() - t0:6.0f} s  {fault.what}", flush=True)
+
+    table = ["| fault | layer | what | result |", "|---|---|---|---|"]
+    table += [f"| {f.ident} | {f.layer} | {f.what} | {v} |" for f, v in rows]
+    if args.markdown:
+        with open(args.markdown, "w") as f:
+            f.write("\n".join(table) + "\n")
+    print("\n".join(table))
+    build_tree()  # leave the scratch build unchanged for the next run
+    return 0 if all(v.startswith("caught") for _, v in rows) else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
