@@ -135,7 +135,8 @@ def main() -> int:
               "tests/python"]
 
     def build_tree() -> bool:
-        return run(["cmake", "--build", "build", "-j", str(os.cpu_count() or 2)], tree)
+        return run(["cmake", "--build", "build", "-j", str(os.cpu_count() or 2)], tree,
+                   timeout=4 * 3600)
 
     def pytest_passes() -> bool:
         return subprocess.run(pytest, cwd=tree, env=env_py, stdout=subprocess.DEVNULL,
