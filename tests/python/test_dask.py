@@ -2,10 +2,13 @@
 a local evaluation (chunks that split the 2048-query parallel threshold, empty chunks, float32,
 complex, value sets), and each worker unpickles an interpolant at most once."""
 
+import os
+import subprocess
 import sys
 
 import numpy as np
 import pytest
+from hypothesis import given, settings, strategies as st
 
 da = pytest.importorskip("dask.array")
 distributed = pytest.importorskip("distributed")
@@ -125,3 +128,23 @@ def test_each_worker_unpickles_the_interpolant_at_most_once(client, rng):
 def test_queries_are_checked_when_the_graph_is_built(rng, queries, error):
     with pytest.raises(error):
         mdask.evaluate(_interpolant(rng, (5, 6)), queries)
+
+
+def test_the_package_imports_neither_dask_nor_xarray():
+    code = ("import sys, mathinterp; "
+            "print(sorted(m for m in ('dask', 'xarray', 'distributed') if m in sys.modules))")
+    out = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True,
+                         check=True, env=dict(os.environ, PYTHONPATH=os.pathsep.join(sys.path)))
+    assert out.stdout.strip() == "[]"
+
+
+@settings(max_examples=30, deadline=None)
+@given(sizes=st.lists(st.integers(0, 3000), min_size=1, max_size=5),
+       d=st.sampled_from([1, 2]), vs=st.sampled_from([(), (2,)]))
+def test_any_chunking_gives_the_local_bits(sizes, d, vs):
+    rng = np.random.default_rng(sum(sizes))
+    F = _interpolant(rng, (12,) * d, vs, "pchip" if d == 1 else "linear")
+    q = _points(rng, sum(sizes), d)
+    lazy = mdask.evaluate(F, da.from_array(q, chunks=(tuple(sizes),) + ((d,) if d > 1 else ())))
+    got = lazy.compute(scheduler="threads")
+    assert got.tobytes() == np.ascontiguousarray(F(q)).reshape(got.shape).tobytes()
