@@ -147,7 +147,7 @@ def _probe_dtype(F: Any, d: int, dtypes: Sequence[np.dtype], grid: bool) -> np.d
 
 def _query_form(d: int, queries: Any) -> tuple:
     """("grid", [vectors]) or ("points", array, matrix) for the queries of a d-D interpolant."""
-    if isinstance(queries, (tuple, list)):
+    if isinstance(queries, tuple):  # as for F(...): a tuple is grid vectors, a list an array
         vectors = [_as_dask(v) for v in queries]
         if len(vectors) != d or any(v.ndim != 1 for v in vectors):
             raise ValueError(f"gridded queries need {d} one-dimensional vectors, got shapes "
