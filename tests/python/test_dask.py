@@ -141,10 +141,10 @@ def test_the_package_imports_neither_dask_nor_xarray():
 @settings(max_examples=30, deadline=None)
 @given(sizes=st.lists(st.integers(0, 3000), min_size=1, max_size=5),
        d=st.sampled_from([1, 2]), vs=st.sampled_from([(), (2,)]))
-def test_any_chunking_gives_the_local_bits(sizes, d, vs):
+def test_any_chunking_gives_the_local_bits(client, sizes, d, vs):
     rng = np.random.default_rng(sum(sizes))
     F = _interpolant(rng, (12,) * d, vs, "pchip" if d == 1 else "linear")
     q = _points(rng, sum(sizes), d)
     lazy = mdask.evaluate(F, da.from_array(q, chunks=(tuple(sizes),) + ((d,) if d > 1 else ())))
-    got = lazy.compute(scheduler="threads")
+    got = client.compute(lazy).result(timeout=60)
     assert got.tobytes() == np.ascontiguousarray(F(q)).reshape(got.shape).tobytes()

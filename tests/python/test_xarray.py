@@ -17,14 +17,14 @@ def _field(rng, decreasing_y=False):
     x = np.sort(rng.uniform(0, 10, 12))
     y = np.linspace(-5, 5, 9)[::-1] if decreasing_y else np.linspace(-5, 5, 9)
     t = np.arange(4.0)
-    T = xr.DataArray(rng.standard_normal((12, 9, 4)), dims=("x", "y", "t"),
+    T = xr.DataArray(rng.standard_normal((12, 9, 4, 2)), dims=("x", "y", "t", "member"),
                      coords={"x": ("x", x, {"units": "km"}), "y": y, "t": t,
                              "lat": ("x", x * 0.5), "label": "run 7"},
                      name="T", attrs={"units": "K", "long_name": "temperature"})
     return T
 
 
-def _points(name, values):
+def _points(values):
     return xr.DataArray(values, dims="p", coords={"p": np.arange(len(values)) * 10})
 
 
@@ -34,14 +34,15 @@ QY = np.array([-6.0, -4.5, 0.0, 0.1, 4.99])
 # (name, dims kept (others are dropped by isel first), new coordinates, xarray kwargs)
 CASES = [
     ("1-D vector", ("x",), {"x": QX}, {}),
-    ("1-D, extra dims", ("x", "y", "t"), {"x": QX}, {}),
-    ("2-D grid, value sets", ("x", "y", "t"), {"x": QX, "y": QY}, {}),
-    ("2-D, scalar", ("x", "y", "t"), {"x": 4.2, "y": QY}, {}),
-    ("3-D grid", ("x", "y", "t"), {"x": QX, "y": QY, "t": [0.5, 2.25]}, {}),
-    ("pointwise", ("x", "y", "t"), {"x": _points("x", [0.5, 3.0, 9.0]),
-                                    "y": _points("y", [-4.0, 1.0, 4.5])}, {}),
-    ("new dims", ("x", "y", "t"), {"x": xr.DataArray(QX, dims="u"),
-                                   "y": xr.DataArray(QY, dims="v")}, {}),
+    ("1-D, extra dims", ("x", "y", "t", "member"), {"x": QX}, {}),
+    ("2-D data", ("x", "y"), {"x": QX, "y": QY}, {}),
+    ("2-D grid, value sets", ("x", "y", "t", "member"), {"x": QX, "y": QY}, {}),
+    ("2-D, scalar", ("x", "y", "t", "member"), {"x": 4.2, "y": QY}, {}),
+    ("3-D grid", ("x", "y", "t", "member"), {"x": QX, "y": QY, "t": [0.5, 2.25]}, {}),
+    ("pointwise", ("x", "y", "t", "member"),
+     {"x": _points([0.5, 3.0, 9.0]), "y": _points([-4.0, 1.0, 4.5])}, {}),
+    ("new dims", ("x", "y", "t", "member"),
+     {"x": xr.DataArray(QX, dims="u"), "y": xr.DataArray(QY, dims="v")}, {}),
     ("extrapolated", ("x", "t"), {"x": QX}, {"fill_value": "extrapolate"}),
 ]
 
@@ -68,11 +69,11 @@ def test_linear_matches_dataarray_interp(rng, name, dims, coords, kwargs, decrea
 
 
 @pytest.mark.parametrize("coords", [{"x": QX, "y": QY}, {"x": QX},
-                                    {"x": _points("x", [0.5, 3.0]), "y": _points("y", [-4, 1])}])
+                                    {"x": _points([0.5, 3.0]), "y": _points([-4, 1])}])
 def test_dask_backed_data_gives_the_in_memory_bits(rng, coords):
     T = _field(rng, decreasing_y=True)
     eager = mxr.interp(T, coords, "spline", "linear")
-    lazy = mxr.interp(T.chunk({"x": 5, "y": 4, "t": 3}), coords, "spline", "linear")
+    lazy = mxr.interp(T.chunk({"x": 5, "y": 4, "t": 3, "member": 1}), coords, "spline", "linear")
     assert lazy.chunks is not None and lazy.dims == eager.dims
     computed = lazy.compute()
     assert computed.identical(eager)
