@@ -17,8 +17,10 @@ order, names, coordinates and attributes:
 * ``method`` and ``extrapolation`` are the words of ``griddedInterpolant``; a word it does not
   have, or a coordinate that is not strictly monotonic, raises ``InterpolationError``.
   Decreasing coordinates are flipped (with the data), never sorted;
-* numeric variables of a Dataset that depend on an interpolated dimension are interpolated
-  (integers as float64); variables of other dtypes that do are dropped.
+* numeric variables of a Dataset (and numeric coordinates) that depend on an interpolated
+  dimension are interpolated (integers as float64); others (labels, flags) take the value
+  of the nearest grid point where every interpolated dimension they have gets a vector of
+  its own, and are dropped otherwise.
 
 Dask-backed data stays lazy: its chunks along the interpolated dimensions are merged, one
 interpolant is built per chunk of the other dimensions on the workers, and the evaluation is
@@ -205,6 +207,23 @@ def _build(token: str, grid: tuple, values: np.ndarray, method: str, extrapolati
     return mdask._Shipped(token, mathinterp.griddedInterpolant(grid, values, method, extrapolation))
 
 
+def _nearest_labels(ds: xr.Dataset, names: list, indexers: dict) -> dict:
+    """Variables that are not numbers (labels, flags) along interpolated dimensions: taken
+    from the nearest grid point, as Dataset.interp does, where every such dimension gets a
+    vector of its own; left out otherwise."""
+    along = {k: np.asarray(v.values) for k, v in indexers.items() if v.dims == (k,)}
+    names = [n for n in names if all(d in along or d not in indexers for d in ds.variables[n].dims)]
+    if not names:
+        return {}
+    try:
+        sub = ds[names].reindex({k: v for k, v in along.items() if k in ds.indexes},
+                                method="nearest")
+    except (KeyError, ValueError, TypeError):
+        return {}
+    return {n: sub.variables[n] for n in names if all(
+        d not in indexers or d in sub.indexes for d in sub.variables[n].dims)}
+
+
 def _interp_dataset(ds: xr.Dataset, coords: Mapping[Any, Any], method: str,
                     extrapolation: str) -> xr.Dataset:
     indexers = _indexers(ds, coords)
@@ -216,6 +235,7 @@ def _interp_dataset(ds: xr.Dataset, coords: Mapping[Any, Any], method: str,
             indexers[dim] = _dimension_variable(ds, dim)
     pairs = {k: (_dimension_variable(ds, k), v) for k, v in indexers.items()}
     variables: dict = {}
+    stepwise: list = []
     for name, var in ds.variables.items():
         if name in indexers:
             continue
@@ -224,6 +244,9 @@ def _interp_dataset(ds: xr.Dataset, coords: Mapping[Any, Any], method: str,
             variables[name] = _interp_variable(var, var_idx, method, extrapolation)
         elif not var_idx:
             variables[name] = var
+        else:
+            stepwise.append(name)
+    variables.update(_nearest_labels(ds, stepwise, indexers))
     coord_names = set(ds.coords) & variables.keys()
     kept = set(variables)
     for k, v in indexers.items():
