@@ -73,5 +73,18 @@ def main() -> None:
     print([w.message for w in caught if isinstance(w.message, InterpolationWarning)])
 
 
+def scale_out(F: griddedInterpolant) -> None:
+    """The dask and xarray faces (optional: they need dask and xarray)."""
+    import xarray as xr
+
+    import mathinterp.dask
+    import mathinterp.xarray
+
+    lazy = mathinterp.dask.evaluate(F, np.array([[0.5, 0.5]]))  # or a dask array
+    T = xr.DataArray(np.zeros((3, 3)), dims=("x", "y"))
+    print(lazy.compute(), mathinterp.xarray.interp(T, {"x": [0.5]}, "linear", "none"),
+          T.mathinterp.interp(y=[1.5], method="pchip"))
+
+
 if __name__ == "__main__":
     main()
