@@ -2,14 +2,14 @@
 """Applies each deliberate fault of scripts/mutants.txt to a scratch copy of the tree, builds
 it and runs the tests; a fault the tests do not notice is reported as "survived".
 
-    /usr/bin/python3 scripts/mutants.py [--scratch DIR] [--only M01,M07] [--tree DIR]
-        [--opt -O1] [--markdown FILE]
+    /usr/bin/python3 scripts/mutants.py [--scratch DIR] [--only M01,M07]
+        [--tree NAME=DIR ...] [--opt -O1] [--markdown FILE]
 
 The scratch copy (default /tmp/mathinterp-mutants) keeps its build directory between runs,
 and ccache, when installed, serves the unchanged objects, so a fault costs the objects that
 include the file it touches. C++ tests run first (CTest, stopping at the first failure); if
-they pass, or the fault is in the Python face, pytest runs too. Exit status 1 if any fault
-survives or the unchanged tree fails.
+they pass, pytest runs too. Several trees (say the tests before and after a change) are judged
+fault by fault side by side. Exit status 1 if any fault survives or an unchanged tree fails.
 """
 
 from __future__ import annotations
@@ -105,12 +105,62 @@ def copy_tree(src: str, dst: str) -> None:
                 os.remove(os.path.join(dirpath, name))
 
 
+class Scratch:
+    """A scratch copy of one tree with its own build directory."""
+
+    def __init__(self, name: str, source: str, path: str, opt: str) -> None:
+        self.name, self.source, self.path = name, source, path
+        os.makedirs(path, exist_ok=True)
+        copy_tree(source, path)
+        launcher = ["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"] if shutil.which("ccache") else []
+        self.configure = ["cmake", "-S", ".", "-B", "build", "-G", "Ninja",
+                          "-DCMAKE_BUILD_TYPE=Release", f"-DCMAKE_CXX_FLAGS_RELEASE={opt} -DNDEBUG",
+                          "-DMATHINTERP_BENCH=OFF", "-DMATHINTERP_EXAMPLES=OFF",
+                          "-DMATHINTERP_WERROR=OFF"] + launcher
+        self.ctest = ["ctest", "--test-dir", "build", "-j", str(os.cpu_count() or 2), "-LE",
+                      "install", "--stop-on-failure", "--timeout", "600"]
+        self.env = dict(os.environ, PYTHONPATH=os.path.join(path, "build", "python"))
+
+    def build(self) -> bool:
+        return run(["cmake", "--build", "build", "-j", str(os.cpu_count() or 2)], self.path,
+                   timeout=4 * 3600)
+
+    def pytest_passes(self) -> bool:
+        cmd = ["/usr/bin/python3", "-m", "pytest", "-x", "-q", "-p", "no:cacheprovider",
+               "tests/python"]
+        try:
+            return subprocess.run(cmd, cwd=self.path, env=self.env, stdout=subprocess.DEVNULL,
+                                  stderr=subprocess.DEVNULL, timeout=1800).returncode == 0
+        except subprocess.TimeoutExpired:
+            return False
+
+    def ready(self) -> bool:
+        return run(self.configure, self.path) and self.build() and run(self.ctest, self.path) \
+            and self.pytest_passes()
+
+    def judge(self, fault: Fault) -> str:
+        original = apply(fault, self.path)
+        try:
+            if not self.build():
+                return "does not build"
+            if not run(self.ctest, self.path):
+                return "caught (C++)"
+            if not self.pytest_passes():
+                return "caught (Python)"
+            return "SURVIVED"
+        finally:
+            with open(os.path.join(self.path, fault.path), "w") as f:
+                f.write(original)
+
+
 def main() -> int:
     ap = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    ap.add_argument("--tree", default=ROOT, help="the tree whose tests are judged")
-    ap.add_argument("--scratch", default="/tmp/mathinterp-mutants")
+    ap.add_argument("--tree", action="append", default=[],
+                    help="NAME=DIR: a tree whose tests are judged (repeatable; default this one)")
+    ap.add_argument("--scratch", default="/tmp/mathinterp-mutants",
+                    help="scratch directory (one per tree: DIR-NAME when several)")
     ap.add_argument("--only", default="", help="comma-separated fault ids")
-    ap.add_argument("--opt", default="-O1", help="optimisation level of the scratch build")
+    ap.add_argument("--opt", default="-O1", help="optimisation level of the scratch builds")
     ap.add_argument("--markdown", default="", help="also write the table to this file")
     args = ap.parse_args()
 
@@ -120,62 +170,35 @@ def main() -> int:
         wanted = set(args.only.split(","))
         faults = [x for x in faults if x.ident in wanted]
 
-    tree = args.scratch
-    os.makedirs(tree, exist_ok=True)
-    copy_tree(args.tree, tree)
-    build = os.path.join(tree, "build")
-    launcher = ["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"] if shutil.which("ccache") else []
-    configure = ["cmake", "-S", ".", "-B", "build", "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
-                 f"-DCMAKE_CXX_FLAGS_RELEASE={args.opt} -DNDEBUG", "-DMATHINTERP_BENCH=OFF",
-                 "-DMATHINTERP_EXAMPLES=OFF", "-DMATHINTERP_WERROR=OFF"] + launcher
-    env_py = dict(os.environ, PYTHONPATH=os.path.join(build, "python"))
-    ctest = ["ctest", "--test-dir", "build", "-j", str(os.cpu_count() or 2), "-LE", "install",
-             "--stop-on-failure", "--timeout", "600"]
-    pytest = ["/usr/bin/python3", "-m", "pytest", "-x", "-q", "-p", "no:cacheprovider",
-              "tests/python"]
-
-    def build_tree() -> bool:
-        return run(["cmake", "--build", "build", "-j", str(os.cpu_count() or 2)], tree,
-                   timeout=4 * 3600)
-
-    def pytest_passes() -> bool:
-        return subprocess.run(pytest, cwd=tree, env=env_py, stdout=subprocess.DEVNULL,
-                              stderr=subprocess.DEVNULL, timeout=1800).returncode == 0
-
-    if not run(configure, tree) or not build_tree():
-        print("the unchanged tree does not build", file=sys.stderr)
-        return 1
-    if not run(ctest, tree) or not pytest_passes():
-        print("the unchanged tree fails its tests", file=sys.stderr)
-        return 1
+    specs = [t.split("=", 1) if "=" in t else ["tests", t] for t in args.tree] or [["tests", ROOT]]
+    # Trees judged one after the other for each fault: the library objects the first builds
+    # are ccache hits for the next (same sources, same relative paths).
+    trees = [Scratch(name, src, args.scratch if len(specs) == 1 else f"{args.scratch}-{name}",
+                     args.opt) for name, src in specs]
+    for t in trees:
+        if not t.ready():
+            print(f"{t.name}: the unchanged tree does not build or fails its tests",
+                  file=sys.stderr)
+            return 1
 
     rows = []
     for fault in faults:
         t0 = time.time()
-        original = apply(fault, tree)
-        try:
-            if not build_tree():
-                verdict = "does not build"
-            elif not run(ctest, tree):
-                verdict = "caught (C++)"
-            elif not pytest_passes():
-                verdict = "caught (Python)"
-            else:
-                verdict = "SURVIVED"
-        finally:
-            with open(os.path.join(tree, fault.path), "w") as f:
-                f.write(original)
-        rows.append((fault, verdict))
-        print(f"{fault.ident} {verdict:16} {time.time() - t0:6.0f} s  {fault.what}", flush=True)
+        verdicts = [t.judge(fault) for t in trees]
+        rows.append((fault, verdicts))
+        print(f"{fault.ident} {' / '.join(verdicts):34} {time.time() - t0:6.0f} s  {fault.what}",
+              flush=True)
 
-    table = ["| fault | layer | what | result |", "|---|---|---|---|"]
-    table += [f"| {f.ident} | {f.layer} | {f.what} | {v} |" for f, v in rows]
+    names = " | ".join(t.name for t in trees)
+    table = [f"| fault | layer | what | {names} |", "|---|---|---|" + "---|" * len(trees)]
+    table += [f"| {f.ident} | {f.layer} | {f.what} | {' | '.join(v)} |" for f, v in rows]
     if args.markdown:
         with open(args.markdown, "w") as f:
             f.write("\n".join(table) + "\n")
     print("\n".join(table))
-    build_tree()  # leave the scratch build unchanged for the next run
-    return 0 if all(v.startswith("caught") for _, v in rows) else 1
+    for t in trees:
+        t.build()  # leave the scratch builds unchanged for the next run
+    return 0 if all(v.startswith("caught") for _, vs in rows for v in vs) else 1
 
 
 if __name__ == "__main__":
