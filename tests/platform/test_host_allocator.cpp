@@ -1,5 +1,7 @@
 // The host allocator: large blocks are reused after free, and reuse never shows old contents
-// to a zero-filled request; alignment and sizes hold across the small/large boundary.
+// to a zero-filled request; alignment and sizes hold across the small/large boundary; every
+// live block counts in the budget's figure, and a request that would take it past the limit
+// is refused.
 #include <platform/HostAllocator.hpp>
 
 #include <gtest/gtest.h>
@@ -52,6 +54,36 @@ TEST(HostAllocator, BlocksAreAlignedWritableAndDistinct) {
         hostFree(p);
     hostFree(nullptr);
     releaseCachedMemory();
+}
+
+TEST(HostAllocator, LiveBlocksCountAgainstTheLimit) {
+    releaseCachedMemory();
+    const std::uint64_t base = liveBytes();
+    void* p = hostMalloc(kMiB); // below the large-block size: freed at once, never cached
+    ASSERT_NE(p, nullptr);
+    EXPECT_GE(liveBytes(), base + kMiB);
+    hostFree(p);
+    EXPECT_EQ(liveBytes(), base);
+    {
+        // 2 MiB fit under base + 3 MiB, but not beside 2 MiB already in use.
+        ScopedMemoryLimit limit(base + 3 * kMiB);
+        void* a = hostMalloc(2 * kMiB);
+        ASSERT_NE(a, nullptr);
+        EXPECT_EQ(hostMalloc(2 * kMiB), nullptr);
+        try {
+            throwAllocationFailure();
+        } catch (const MemoryLimitError& e) {
+            EXPECT_EQ(e.requested(), 2 * kMiB);
+            EXPECT_EQ(e.limit(), base + 3 * kMiB);
+            EXPECT_GE(e.inUse(), base + 2 * kMiB);
+        }
+        hostFree(a);
+        void* b = hostMalloc(2 * kMiB);
+        EXPECT_NE(b, nullptr);
+        hostFree(b);
+    }
+    EXPECT_EQ(liveBytes(), base);
+    EXPECT_EQ(memoryLimit(), defaultMemoryLimit());
 }
 
 // Many threads allocating and freeing large and small blocks at once.

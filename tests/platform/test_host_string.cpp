@@ -42,12 +42,14 @@ TEST(HostString, ScalarText) {
         {"cell of text", HostArray::cellOf({HostArray::charRow("a")}), false},
         {"null", HostArray(), false},
     };
-    for (const Case& c : cases) EXPECT_EQ(platform::isScalarText(c.a), c.scalar) << c.name;
+    for (const Case& c : cases)
+        EXPECT_EQ(platform::isScalarText(c.a), c.scalar) << c.name;
 }
 
 TEST(HostString, Utf8Conversion) {
-    const char* samples[] = {"linear", "", "lin\xC3\xA9"
-                                           "ar",
+    const char* samples[] = {"linear", "",
+                             "lin\xC3\xA9"
+                             "ar",
                              "\xE2\x82\xAC 5", "\xF0\x9F\x98\x80 grin"};
     for (const char* s : samples) {
         EXPECT_EQ(platform::toUtf8(HostArray::charRow(s)), s);
