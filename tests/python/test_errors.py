@@ -1,8 +1,7 @@
 """Every error of the interpolant reaches Python as InterpolationError (a ValueError) with its
 identifier and the catalog's text; warnings arrive as InterpolationWarning on the calling
-line; bad Python objects raise Python exceptions and never crash the interpreter."""
+line; queries without a host counterpart raise Python exceptions (more in test_hostile_input)."""
 
-import subprocess
 import sys
 import warnings
 
@@ -157,7 +156,6 @@ def test_meshgrid_queries_warn_and_evaluate_point_by_point():
     "args,key,method",
     [
         ((np.array([0.0, 1.0]), np.array([1.0, 2.0]), "cubic"), "CubicNeedsThreeWarnId", "linear"),
-        ((xy, V34, "pchip"), "Pchip1DonlyWarnId", "linear"),
         ((np.array([0.0, 1.0, 3.0, 4.0]), v4, "cubic"), "CubicUniformOnlyWarnId", "spline"),
     ],
     ids=lambda v: v if isinstance(v, str) else "",
@@ -181,33 +179,3 @@ def test_queries_without_host_counterpart_raise():
         with pytest.raises(exc):
             F(q)
     expect_error("QUARTZ:minrhs", F)  # no query at all: the host's too-few-inputs error
-
-
-def test_interpreter_survives_garbage_in_a_subprocess():
-    """Whatever reaches the module, the process ends normally (no abort, no segfault)."""
-    code = r"""
-import numpy as np, mathinterp, itertools
-from mathinterp import _core
-junk = [None, "s", b"b", (), [], {}, [[1], [2, 3]], np.zeros((0, 0)), np.zeros(3, np.float16),
-        np.array([None]), object(), 1e308, -0.0, float("nan"), (np.arange(3.0),) * 3,
-        np.zeros((1,) * 32), np.arange(6.0).reshape(2, 3), np.arange(4, dtype=np.int8)]
-for a in junk:
-    try: _core.to_host(a)
-    except Exception: pass
-if _core.has_class_system:
-    for args in itertools.product(junk[:10], repeat=2):
-        try: mathinterp.griddedInterpolant(*args)
-        except Exception: pass
-    F = mathinterp.griddedInterpolant(np.arange(4.0), np.arange(4.0))
-    for q in junk:
-        try: F(q)
-        except Exception: pass
-    for name in ("GridVectors", "Values", "Method", "ExtrapolationMethod"):
-        for value in junk:
-            try: setattr(F, name, value)
-            except Exception: pass
-print("alive")
-"""
-    out = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, timeout=300)
-    assert out.returncode == 0, out.stderr
-    assert out.stdout.strip().endswith("alive")

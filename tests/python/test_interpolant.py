@@ -116,13 +116,6 @@ def test_dtypes_are_kept_end_to_end(grid, values, query, result):
         np.testing.assert_array_equal(r.real, re)
 
 
-@pytest.mark.parametrize("dtype", [np.int8, np.uint8, np.int32, np.int64, np.bool_])
-def test_non_float_values_grids_and_queries_are_rejected_by_class(dtype):
-    expect_error("NonFloatValuesErrId", griddedInterpolant, (X,), V.astype(dtype))
-    expect_error("NonFloatInpPtsErrId", griddedInterpolant, (np.arange(6).astype(dtype),), V)
-    expect_error("NonFloatInpPtsErrId", griddedInterpolant(X, V), Q.astype(dtype))
-
-
 def test_values_in_host_layout_are_wrapped_and_other_layouts_give_the_same_results():
     W = np.asfortranarray(np.sin(np.outer(X, [1.0, 2.0, 3.0])))
     F = griddedInterpolant(X, W)
