@@ -208,7 +208,7 @@ def test_tampered_pickle_states(tamper):
 PICKLED = pickle.dumps(mathinterp.griddedInterpolant(X, V), protocol=4)
 
 
-@settings(max_examples=200, deadline=None)
+@settings(max_examples=200)
 @given(st.lists(st.tuples(st.integers(0, len(PICKLED) - 1), st.integers(0, 255)), min_size=1,
                 max_size=4))
 def test_tampered_pickle_bytes(edits):

@@ -54,7 +54,7 @@ VALUE_SETS = {
 }
 
 
-@settings(max_examples=60, deadline=None)
+@settings(max_examples=60)
 @given(
     shape=hnp.array_shapes(min_dims=0, max_dims=4, min_side=0, max_side=4),
     order=st.sampled_from("CF"),

@@ -38,7 +38,7 @@ def sample(dtype, shape):
     return a.reshape(shape)
 
 
-@settings(max_examples=150, deadline=None)
+@settings(max_examples=150)
 @given(
     dtype=st.sampled_from(list(DTYPE_CLASSES)),
     shape=hnp.array_shapes(min_dims=0, max_dims=5, min_side=0, max_side=4),
