@@ -1,7 +1,8 @@
 // griddedInterpolant driven through the class system only: what the host adds to the engine's
 // object (the setters' rules are the interpolant tests'): construction and indexing through
-// the registry, argument counts, host-only copy properties, copies that share values and
-// evaluator yet never see each other's changes, save and load with the after-load fix-up.
+// the registry, argument counts, copies (through the host-only properties, whose access codes
+// test_module_lifecycle checks) that share values and evaluator yet never see each other's
+// changes, save and load with the after-load fix-up.
 #include "host/HostTestSupport.hpp"
 #include "support/Bits.hpp"
 
@@ -56,17 +57,6 @@ TEST_F(GriddedInterpolantClass, ConstructsEvaluatesAndCountsArgumentsThroughTheR
     HostArray empty = construct({});
     EXPECT_TRUE(prop(empty, "Values").isEmpty());
     EXPECT_EQ(errorId([&] { at(empty, 1); }), gi("DegenerateGridErrId"));
-}
-
-TEST_F(GriddedInterpolantClass, HiddenCopyPropertiesAreHostOnly) {
-    HostArray f = line3();
-    EXPECT_NE(errorId([&] { ClassSystem::getProperty(f, "ValuesForCopy"); }), "none");
-    EXPECT_NE(errorId([&] { ClassSystem::setProperty(f, "UnderlyingInterpolantForCopy", {}); }),
-              "none");
-    auto cls = platform::ClassRegistry::findClass("griddedInterpolant");
-    EXPECT_EQ(cls->publicPropertyNames(),
-              (std::vector<std::string>{"GridVectors", "Values", "Method", "ExtrapolationMethod"}));
-    EXPECT_EQ(cls->visibleMethodNames(), std::vector<std::string>{"griddedInterpolant"});
 }
 
 TEST_F(GriddedInterpolantClass, ShallowCopySharesValuesAndEvaluator) {

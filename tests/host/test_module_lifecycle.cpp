@@ -135,6 +135,9 @@ TEST(ModuleLifecycle, DataTypeCountsEvaluatorReferencesAndConversionYieldsNothin
         platform::TypedValue w = v; // the type's copy slot
         EXPECT_EQ(evaluator.use_count(), base + 2);
         EXPECT_EQ(mathinterp::evaluatorOfValue(w), evaluator);
+        platform::TypedValue x = std::move(w); // no copy
+        EXPECT_EQ(evaluator.use_count(), base + 2);
+        EXPECT_FALSE(w);
     }
     EXPECT_EQ(evaluator.use_count(), base);
 

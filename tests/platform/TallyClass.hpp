@@ -1,7 +1,8 @@
 // "Tally", a small class of the class system's tests: two public array properties (Data,
-// Label), two host-only copy properties (Shadow, an array; Token, a counted typed value), a
-// visible constructor, a hidden method, an after-load fix-up, and a log of the setters run
-// on each instance (written without a lock of its own: the object lock must serialise it).
+// Label), a host-only copy property (Shadow), a visible constructor, a hidden method, an
+// after-load fix-up, and a log of the setters run on each instance (written without a lock
+// of its own: the object lock must serialise it). Typed values and conversions are checked
+// with the module's own data type (tests/host/test_module_lifecycle.cpp).
 #pragma once
 
 #include <platform/ClassSystem.hpp>
@@ -20,36 +21,8 @@ using namespace platform;
 
 inline std::atomic<int> g_live{0}; // native Tally instances alive
 
-// A counted token as a registered data type: the payload is a heap shared_ptr<int>.
-class TokenType final : public HostDataType {
-public:
-    std::string name() const override { return "test.tokenType"; }
-    std::string kind() const override { return "Fundamental"; }
-    void* copyValue(const void* p) const override {
-        return new std::shared_ptr<int>(*static_cast<const std::shared_ptr<int>*>(p));
-    }
-    void destroyValue(void* p) const noexcept override {
-        delete static_cast<std::shared_ptr<int>*>(p);
-    }
-    int protocolCategory() const override { return 7; }
-    int protocolBits() const override { return 64; }
-    int protocolAlignment() const override { return 8; }
-    int protocolFlags() const override { return 0; }
-    bool protocolHoldsReference() const override { return true; }
-};
-
-inline std::shared_ptr<const HostDataType> tokenType() {
-    static auto t = std::make_shared<TokenType>();
-    return t;
-}
-
-inline TypedValue makeToken(std::shared_ptr<int> p) {
-    return TypedValue(tokenType(), new std::shared_ptr<int>(std::move(p)));
-}
-
 struct Tally {
     HostArray data, label, shadow; // shadow: hidden copy property
-    std::shared_ptr<int> token;    // hidden copy property (typed)
     std::vector<std::string> log;  // which setters ran, in order
     bool fixedUp = false;
     Tally() { ++g_live; }
@@ -67,7 +40,6 @@ public:
         auto& t = *static_cast<Tally*>(inst);
         t.data = prhs[0];
         t.label = nrhs > 1 ? prhs[1] : HostArray::charRow("none");
-        t.token = std::make_shared<int>(42);
     }
 };
 
@@ -107,19 +79,6 @@ private:
     HostArray Tally::*field_;
 };
 
-class TokenProp final : public HostPropertyInfo {
-public:
-    TokenProp() : HostPropertyInfo("Token", "The token", "test.tokenType", 2, 2, 96) {}
-    PropertyValue get(const void* inst) const override {
-        return makeToken(static_cast<const Tally*>(inst)->token);
-    }
-    void set(void* inst, const PropertyValue& v) const override {
-        auto& t = *static_cast<Tally*>(inst);
-        t.log.push_back(name());
-        t.token = *static_cast<std::shared_ptr<int>*>(std::get<TypedValue>(v).payload());
-    }
-};
-
 class TallyClass final : public HostClassInfo {
 public:
     std::string className() const override { return "Tally"; }
@@ -132,7 +91,6 @@ public:
         m.addProperty(std::make_shared<ArrayProp>("Data", &Tally::data, 0, 2624));
         m.addProperty(std::make_shared<ArrayProp>("Label", &Tally::label, 0, 2624));
         m.addProperty(std::make_shared<ArrayProp>("Shadow", &Tally::shadow, 2, 96));
-        m.addProperty(std::make_shared<TokenProp>());
     }
     void* createInstance() const override { return new Tally; }
     void destroyInstance(void* inst) const noexcept override { delete static_cast<Tally*>(inst); }
@@ -152,17 +110,13 @@ inline HostArray makeTally(std::vector<double> data) {
     return ClassSystem::construct("Tally", 2, args);
 }
 
-// Registers Tally and the token type for a test, removes them after it, and checks that no
-// native instance outlives the test.
+// Registers Tally for a test, removes it after, and checks that no native instance outlives
+// the test.
 class TallyTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        ClassRegistry::addClass(std::make_shared<TallyClass>());
-        TypeRepository::addGlobalType(tokenType());
-    }
+    void SetUp() override { ClassRegistry::addClass(std::make_shared<TallyClass>()); }
     void TearDown() override {
         ClassRegistry::removeClass("Tally");
-        TypeRepository::removeGlobalType("test.tokenType");
         EXPECT_EQ(g_live.load(), 0) << "a native instance leaked";
     }
 };

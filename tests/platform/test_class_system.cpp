@@ -1,11 +1,9 @@
 // The class system with a small class of its own ("Tally", TallyClass.hpp): registry,
-// members, the host operations (construct, invoke, get/set with access codes and conversions,
-// copy through the hidden properties, save, load with the after-load fix-up, destroy) and
-// the type repository.
+// members, the host operations (construct, invoke, get/set with access codes, copy through
+// the hidden properties, save, load with the after-load fix-up, destroy).
 #include "TallyClass.hpp"
 
 #include <functional>
-#include <tuple>
 
 using namespace tally;
 
@@ -28,10 +26,6 @@ std::string errorIdOf(F&& f) {
     return "no error";
 }
 
-struct Empty final : HostTypeConversion {
-    PropertyValue convert(const PropertyValue&) const override { return {}; }
-};
-
 using ClassSystemTest = TallyTest;
 
 TEST_F(ClassSystemTest, RegistryHoldsDescriptionAndMembersInDeclarationOrder) {
@@ -42,10 +36,10 @@ TEST_F(ClassSystemTest, RegistryHoldsDescriptionAndMembersInDeclarationOrder) {
               (std::vector<std::string>{"test.mixin.Scalar", "test.mixin.Paren"}));
     EXPECT_EQ(cls->visibleMethodNames(), std::vector<std::string>{"Tally"});
     EXPECT_EQ(cls->publicPropertyNames(), (std::vector<std::string>{"Data", "Label"}));
-    const HostPropertyInfo* token = cls->members().findProperty("Token");
-    ASSERT_NE(token, nullptr);
-    EXPECT_EQ(token->getAccess(), 2);
-    EXPECT_EQ(token->attributes(), 96u);
+    const HostPropertyInfo* shadow = cls->members().findProperty("Shadow");
+    ASSERT_NE(shadow, nullptr);
+    EXPECT_EQ(shadow->getAccess(), 2);
+    EXPECT_EQ(shadow->attributes(), 96u);
     EXPECT_TRUE(cls->isA("test.mixin.Paren"));
     EXPECT_FALSE(cls->isA("test.mixin.Other"));
 
@@ -97,85 +91,23 @@ TEST_F(ClassSystemTest, AccessCodesHoldUsersButNotTheHost) {
     EXPECT_EQ(textOf(tallyOf(obj).label), "pears");
 
     EXPECT_NE(errorIdOf([&] { ClassSystem::getProperty(obj, "Shadow"); }), "no error");
-    EXPECT_NE(errorIdOf([&] { ClassSystem::setProperty(obj, "Token", makeToken(nullptr)); }),
+    EXPECT_NE(errorIdOf([&] { ClassSystem::setProperty(obj, "Shadow", HostArray::scalar(1)); }),
               "no error");
     EXPECT_NE(errorIdOf([&] { ClassSystem::getProperty(obj, "Missing"); }), "no error");
     EXPECT_NO_THROW(ClassSystem::getProperty(obj, "Shadow", Caller::Host));
-    // A typed property hands out a typed value, not an array.
-    EXPECT_NE(errorIdOf([&] { ClassSystem::getPropertyArray(obj, "Token", Caller::Host); }),
-              "no error");
-}
-
-TEST_F(ClassSystemTest, TypedValuesCountReferencesThroughTheTypeSlots) {
-    DataTypeProtocol proto;
-    ASSERT_TRUE(TypeRepository::protocolOf("test.tokenType", proto));
-    EXPECT_EQ(std::tuple(proto.category, proto.bits, proto.alignment, proto.flags),
-              std::tuple(7, 64, 8, 0));
-    EXPECT_TRUE(proto.holdsReference);
-    auto p = std::make_shared<int>(7);
-    {
-        TypedValue a = makeToken(p);
-        EXPECT_EQ(p.use_count(), 2);
-        TypedValue b = a; // copyValue
-        EXPECT_EQ(p.use_count(), 3);
-        TypedValue c = std::move(b); // no copy
-        EXPECT_EQ(p.use_count(), 3);
-        EXPECT_FALSE(b);
-        a = c;
-        EXPECT_EQ(p.use_count(), 3);
-        EXPECT_EQ(c.typeName(), "test.tokenType");
-        // Values outlive the type's removal: they keep the description alive.
-        TypeRepository::removeGlobalType("test.tokenType");
-        EXPECT_FALSE(TypeRepository::findType("test.tokenType"));
-    }
-    EXPECT_EQ(p.use_count(), 1);
-}
-
-TEST_F(ClassSystemTest, ConversionsAreUnorderedPairsAndSettingAnotherTypeGoesThroughThem) {
-    HostArray obj = makeTally({1});
-    const auto setToken = [&] {
-        ClassSystem::setProperty(obj, "Token", HostArray::scalar(3), Caller::Host);
-    };
-    EXPECT_NE(errorIdOf(setToken), "no error"); // no conversion: an array is no token
-    const std::size_t before = TypeRepository::conversionCount();
-    auto empty = std::make_shared<Empty>();
-    TypeRepository::addConversion("any", "test.tokenType", empty);
-    EXPECT_EQ(TypeRepository::findConversion("test.tokenType", "any"), empty);
-    EXPECT_NE(errorIdOf(setToken), "no error"); // an empty result is refused
-    EXPECT_EQ(*tallyOf(obj).token, 42);
-
-    struct FromScalar final : HostTypeConversion {
-        PropertyValue convert(const PropertyValue& v) const override {
-            return makeToken(
-                std::make_shared<int>(static_cast<int>(std::get<HostArray>(v).realAt(0))));
-        }
-    };
-    auto from = std::make_shared<FromScalar>();
-    TypeRepository::addConversion("test.tokenType", "any", from); // same pair: replaced
-    EXPECT_EQ(TypeRepository::conversionCount(), before + 1);
-    setToken();
-    EXPECT_EQ(*tallyOf(obj).token, 3);
-    EXPECT_TRUE(TypeRepository::removeConversion(from.get()));
-    EXPECT_FALSE(TypeRepository::removeConversion(from.get()));
-    EXPECT_FALSE(TypeRepository::findConversion("any", "test.tokenType"));
-    EXPECT_EQ(TypeRepository::conversionCount(), before);
-    // A token for an array property is refused.
-    EXPECT_NE(errorIdOf([&] { ClassSystem::setProperty(obj, "Data", makeToken(nullptr)); }),
-              "no error");
+    ClassSystem::setProperty(obj, "Shadow", HostArray::scalar(2), Caller::Host);
+    EXPECT_EQ(tallyOf(obj).shadow.realAt(0), 2.0);
 }
 
 TEST_F(ClassSystemTest, CopySetsPublicThenHiddenPropertiesOnAFreshInstance) {
     HostArray obj = makeTally({1, 2});
     tallyOf(obj).shadow = HostArray::scalar(9);
-    const long tokenCount = tallyOf(obj).token.use_count();
     HostArray copy = ClassSystem::copyObject(obj);
     EXPECT_EQ(g_live.load(), 2);
     const Tally& c = tallyOf(copy);
-    EXPECT_EQ(c.log, (std::vector<std::string>{"Data", "Label", "Shadow", "Token"}));
+    EXPECT_EQ(c.log, (std::vector<std::string>{"Data", "Label", "Shadow"}));
     EXPECT_TRUE(c.data.sameArray(tallyOf(obj).data)); // shallow: shared arrays
     EXPECT_TRUE(c.shadow.sameArray(tallyOf(obj).shadow));
-    EXPECT_EQ(c.token, tallyOf(obj).token); // shared token
-    EXPECT_EQ(tallyOf(obj).token.use_count(), tokenCount + 1);
     EXPECT_FALSE(c.fixedUp);
     // The copy is an object of its own.
     ClassSystem::setProperty(copy, "Label", HostArray::charRow("plums"));
@@ -183,7 +115,9 @@ TEST_F(ClassSystemTest, CopySetsPublicThenHiddenPropertiesOnAFreshInstance) {
 }
 
 TEST_F(ClassSystemTest, SaveAndLoadGoThroughPublicPropertiesAndTheFixup) {
-    HostArray saved = ClassSystem::saveObject(makeTally({4, 5}));
+    HostArray obj = makeTally({4, 5});
+    tallyOf(obj).shadow = HostArray::scalar(9);
+    HostArray saved = ClassSystem::saveObject(obj);
     ASSERT_TRUE(saved.isStruct());
     EXPECT_EQ(saved.fieldNames(), (std::vector<std::string>{"Data", "Label"}));
     HostArray old = HostArray::createStruct({1, 1}, {"Data"}); // saved before Label existed
@@ -195,7 +129,7 @@ TEST_F(ClassSystemTest, SaveAndLoadGoThroughPublicPropertiesAndTheFixup) {
         EXPECT_TRUE(t.fixedUp);
         EXPECT_EQ(t.data.realAt(1), record.sameArray(old) ? 2.0 : 5.0);
         EXPECT_EQ(textOf(t.label), record.sameArray(old) ? "none" : "apples");
-        EXPECT_FALSE(t.token); // hidden properties are not saved
+        EXPECT_TRUE(t.shadow.isNull()); // hidden properties are not saved
     }
     EXPECT_NE(errorIdOf([] { ClassSystem::loadObject("Tally", HostArray::scalar(1)); }),
               "no error");

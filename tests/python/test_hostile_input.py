@@ -70,12 +70,7 @@ def snapshot(args):
 
 def assert_unchanged(snap):
     for a, copy, writeable in snap:
-        if a.dtype.kind in "fc":
-            np.testing.assert_array_equal(a, copy)
-            assert a.tobytes() == copy.tobytes()
-        else:
-            assert a.tobytes() == copy.tobytes()
-        assert a.flags.writeable == writeable
+        assert a.tobytes() == copy.tobytes() and a.flags.writeable == writeable
 
 
 def settles(fn, *args):
@@ -135,14 +130,6 @@ def test_big_endian_read_only_and_negatively_strided_arrays_give_the_native_resu
         np.testing.assert_array_equal(settles(F, q), reference)
         np.testing.assert_array_equal(settles(mathinterp.interp1Fcn, x, v, "linear", "linear", q),
                                       reference)
-
-
-def test_zero_d_and_zero_size_arrays():
-    F = mathinterp.griddedInterpolant(X, V)
-    r = settles(F, np.array(0.3))
-    assert np.shape(r) == () and r == F(np.array([0.3]))[0]
-    for values in (np.array(1.0), np.empty(0), np.empty((0, 4))):
-        assert isinstance(settles(mathinterp.griddedInterpolant, values), mathinterp.InterpolationError)
 
 
 def test_many_dimensions():

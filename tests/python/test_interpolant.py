@@ -83,13 +83,6 @@ def test_scalars_lists_and_gridded_form_on_one_dimension():
     np.testing.assert_array_equal(F(q[:, ::2]), F(q)[:, ::2])  # strided
 
 
-def test_outside_follows_the_extrapolation_word_and_nan_is_the_engines():
-    r = griddedInterpolant(X, V, "linear", "none")(np.array([-1.0, 5.0, X[2]]))
-    assert np.isnan(r[:2]).all() and np.signbit(r[:2]).all() and r[2] == V[2]
-    G = griddedInterpolant(X, V, "linear", "nearest")
-    np.testing.assert_array_equal(G(np.array([-1.0, 5.0])), [V[0], V[-1]])
-
-
 # ---- dtypes --------------------------------------------------------------------------------
 
 
