@@ -1,5 +1,6 @@
 // Helpers for the tests of the host class and the gateways: registration, calls through the
-// class system, warning capture and error identifiers.
+// class system, warning capture, error identifiers, which methods have an N-D form, bitwise result
+// comparison and the value builders the fault-injection and stress tests share.
 #pragma once
 
 #include "mathinterp/ModuleExports.hpp"
@@ -10,6 +11,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <complex>
+#include <cstring>
 #include <initializer_list>
 #include <mutex>
 #include <string>
@@ -66,8 +70,7 @@ inline std::string text(const HostArray& a) {
     return s;
 }
 
-inline HostArray construct(std::initializer_list<HostArray> args) {
-    std::vector<HostArray> v(args);
+inline HostArray construct(const std::vector<HostArray>& v) {
     return ClassSystem::construct("griddedInterpolant", static_cast<int>(v.size()), v.data());
 }
 
@@ -96,10 +99,57 @@ inline std::vector<double> doubles(const HostArray& a) {
     return out;
 }
 
+inline constexpr const char* kMethods[] = {"linear", "nearest", "next",  "previous",
+                                           "pchip",  "spline",  "cubic", "makima"};
+
+// Whether method w has an N-D form (the others fall back to linear on N-D grids).
+inline bool hasNdForm(const std::string& w) {
+    return w != "next" && w != "previous" && w != "pchip";
+}
+
+// Same class, shape, complexity and bytes (double data).
+inline bool sameBits(const HostArray& a, const HostArray& b) {
+    return !a.isNull() && !b.isNull() && a.classId() == b.classId() &&
+           a.dimensions() == b.dimensions() && a.isComplex() == b.isComplex() &&
+           std::memcmp(a.rawData(), b.rawData(), a.numberOfElements() * a.elementBytes()) == 0;
+}
+
+// start, start + step, ... (n points).
+inline std::vector<double> ramp(std::size_t n, double start, double step) {
+    std::vector<double> v(n);
+    for (std::size_t i = 0; i < n; ++i)
+        v[i] = start + step * static_cast<double>(i);
+    return v;
+}
+
+// Smooth but irregular values of the given dimensions, complex when asked; `shift` gives
+// another set of the same size and class.
+inline HostArray waves(platform::Dims dims, bool complex, double shift = 0) {
+    std::uint64_t n = 1;
+    for (auto e : dims)
+        n *= e;
+    std::vector<std::complex<double>> c(n);
+    for (std::uint64_t i = 0; i < n; ++i) {
+        const double t = static_cast<double>(i);
+        c[i] = {std::sin(0.7 * t) + 0.01 * static_cast<double>(i * i % 7) + shift,
+                std::cos(0.3 * t) - shift};
+    }
+    if (complex) return HostArray::fromComplex(dims, c);
+    std::vector<double> v(n);
+    for (std::uint64_t i = 0; i < n; ++i)
+        v[i] = c[i].real();
+    return HostArray::fromDoubles(dims, v);
+}
+
 // Registers the module for the test and leaves it registered.
 class RegisteredModule : public ::testing::Test {
 protected:
     void SetUp() override { KVInitialize_libqzmathinterp(); }
+};
+
+// The same, with the module's warnings (cubic fallbacks and the like) swallowed.
+class QuietModule : public RegisteredModule {
+    WarningLog quiet_;
 };
 
 } // namespace hosttest

@@ -5,6 +5,8 @@
 
 #include <platform/ClassSystem.hpp>
 
+#include <tuple>
+
 using namespace hosttest;
 using platform::ClassRegistry;
 using platform::TypeRepository;
@@ -24,10 +26,13 @@ bool nothingRegistered() {
            !TypeRepository::findConversion(kType, "any");
 }
 
+HostArray line3() {
+    return construct({HostArray::rowVector({1, 2, 3}), HostArray::rowVector({4, 5, 7})});
+}
+
 // A registered module answers an evaluation: F = griddedInterpolant([1 2 3], [4 5 7]).
 void expectWorkingClass() {
-    HostArray f = construct({HostArray::rowVector({1, 2, 3}), HostArray::rowVector({4, 5, 7})});
-    EXPECT_EQ(doubles(paren(f, {HostArray::rowVector({1.5, 2.5})})),
+    EXPECT_EQ(doubles(paren(line3(), {HostArray::rowVector({1.5, 2.5})})),
               (std::vector<double>{4.5, 6.0}));
 }
 
@@ -81,46 +86,32 @@ TEST(ModuleLifecycle, ClassDescriptionDeclaresTheMembersInOrder) {
               (std::vector<std::string>{"quartz.mixin.internal.Scalar",
                                         "quartz.mixin.internal.indexing.Paren"}));
 
-    const auto& methods = cls->members().methods();
-    ASSERT_EQ(methods.size(), 4u);
-    EXPECT_EQ(methods[0]->name(), "griddedInterpolant");
-    EXPECT_EQ(methods[0]->description(), "griddedInterpolant constructor");
-    EXPECT_TRUE(methods[0]->isVisible());
-    EXPECT_EQ(methods[1]->name(), "parenReference");
-    EXPECT_EQ(methods[1]->description(), "griddedInterpolant evaluation");
-    EXPECT_FALSE(methods[1]->isVisible());
-    EXPECT_EQ(methods[2]->name(), "gradient");
-    EXPECT_EQ(methods[3]->name(), "derivative");
-    EXPECT_FALSE(methods[2]->isVisible() || methods[3]->isVisible());
-    EXPECT_EQ(cls->constructorMethod(), methods[0].get());
-
-    struct Row {
-        const char* name;
-        const char* description;
-        const char* type;
-        int access;
-        std::uint32_t attributes;
-    };
-    const Row rows[] = {
-        {"GridVectors", "Vectors defining the grid nodes.", "", 0, 2624},
-        {"Values", "Values at each grid node.", "", 0, 2624},
-        {"Method", "Interpolation method.", "", 0, 2624},
-        {"ExtrapolationMethod", "Extrapolation method.", "", 0, 2624},
-        {"ValuesForCopy", "For shallow-copying the values at each grid node.", "", 2, 96},
-        {"UnderlyingInterpolantForCopy", "For shallow-copying the underlying builtin interpolant.",
-         kType, 2, 96},
-    };
-    const auto& props = cls->members().properties();
-    ASSERT_EQ(props.size(), std::size(rows));
-    for (std::size_t k = 0; k < std::size(rows); ++k) {
-        SCOPED_TRACE(rows[k].name);
-        EXPECT_EQ(props[k]->name(), rows[k].name);
-        EXPECT_EQ(props[k]->description(), rows[k].description);
-        EXPECT_EQ(props[k]->typeName(), rows[k].type);
-        EXPECT_EQ(props[k]->getAccess(), rows[k].access);
-        EXPECT_EQ(props[k]->setAccess(), rows[k].access);
-        EXPECT_EQ(props[k]->attributes(), rows[k].attributes);
+    // One line a member: name | description | visible (methods) or type | access | attributes.
+    std::vector<std::string> methods, props;
+    for (const auto& m : cls->members().methods())
+        methods.push_back(m->name() + " | " + m->description() + " | " +
+                          (m->isVisible() ? "visible" : "hidden"));
+    for (const auto& p : cls->members().properties()) {
+        EXPECT_EQ(p->getAccess(), p->setAccess()) << p->name();
+        props.push_back(p->name() + " | " + p->description() + " | " + p->typeName() + " | " +
+                        std::to_string(p->getAccess()) + " | " + std::to_string(p->attributes()));
     }
+    EXPECT_EQ(methods, (std::vector<std::string>{
+                           "griddedInterpolant | griddedInterpolant constructor | visible",
+                           "parenReference | griddedInterpolant evaluation | hidden",
+                           "gradient | griddedInterpolant gradient | hidden",
+                           "derivative | griddedInterpolant 1-D derivative | hidden"}));
+    EXPECT_EQ(cls->constructorMethod(), cls->members().methods()[0].get());
+    EXPECT_EQ(props,
+              (std::vector<std::string>{
+                  "GridVectors | Vectors defining the grid nodes. |  | 0 | 2624",
+                  "Values | Values at each grid node. |  | 0 | 2624",
+                  "Method | Interpolation method. |  | 0 | 2624",
+                  "ExtrapolationMethod | Extrapolation method. |  | 0 | 2624",
+                  "ValuesForCopy | For shallow-copying the values at each grid node. |  | 2 | 96",
+                  std::string("UnderlyingInterpolantForCopy | For shallow-copying the "
+                              "underlying builtin interpolant. | ") +
+                      kType + " | 2 | 96"}));
 }
 
 TEST(ModuleLifecycle, DataTypeCountsEvaluatorReferencesAndConversionYieldsNothing) {
@@ -131,13 +122,10 @@ TEST(ModuleLifecycle, DataTypeCountsEvaluatorReferencesAndConversionYieldsNothin
     EXPECT_EQ(type->kind(), "Fundamental");
     platform::DataTypeProtocol p;
     ASSERT_TRUE(TypeRepository::protocolOf(kType, p));
-    EXPECT_EQ(p.category, 7);
-    EXPECT_EQ(p.bits, 64);
-    EXPECT_EQ(p.alignment, 8);
-    EXPECT_EQ(p.flags, 0);
-    EXPECT_TRUE(p.holdsReference);
+    EXPECT_EQ(std::tuple(p.category, p.bits, p.alignment, p.flags, p.holdsReference),
+              std::tuple(7, 64, 8, 0, true));
 
-    HostArray f = construct({HostArray::rowVector({1, 2, 3}), HostArray::rowVector({4, 5, 7})});
+    HostArray f = line3();
     auto evaluator = evaluatorOf(f);
     ASSERT_TRUE(evaluator);
     const long base = evaluator.use_count();
@@ -147,6 +135,9 @@ TEST(ModuleLifecycle, DataTypeCountsEvaluatorReferencesAndConversionYieldsNothin
         platform::TypedValue w = v; // the type's copy slot
         EXPECT_EQ(evaluator.use_count(), base + 2);
         EXPECT_EQ(mathinterp::evaluatorOfValue(w), evaluator);
+        platform::TypedValue x = std::move(w); // no copy
+        EXPECT_EQ(evaluator.use_count(), base + 2);
+        EXPECT_FALSE(w);
     }
     EXPECT_EQ(evaluator.use_count(), base);
 

@@ -51,16 +51,12 @@ TEST(StructFieldSlices, EachElementIsAnArrayOfItsOwn) {
     EXPECT_TRUE(t.s.getField(0, 0).isNull());
     EXPECT_FALSE(t.s.fieldView(0, 0).present);
     EXPECT_TRUE(t.s.fieldView(1, 0).present);
-}
-
-TEST(StructFieldSlices, ValuesOutliveTheStructAndTheCallersBlock) {
-    HostArray v;
-    {
-        Sliced t;
-        v = t.s.getField(4, 1);
-    } // struct array and the test's own reference to the block gone
+    // A value outlives the struct array and the caller's reference to the block.
+    HostArray v = t.s.getField(4, 1);
+    t = Sliced();
     EXPECT_EQ(v.realAt(0), 400.0);
     EXPECT_EQ(v.imagAt(3), 407.0);
+    EXPECT_NE(v.rawData(), t.block.get() + 8 * 4);
 }
 
 TEST(StructFieldSlices, SettingOneElementKeepsTheOthers) {

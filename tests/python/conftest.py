@@ -1,8 +1,14 @@
 """Shared fixtures of the Python tests: the package, and a marker for tests that need the
-host class system and the griddedInterpolant class registered by the module."""
+host class system and the griddedInterpolant class registered by the module; the hypothesis
+profile of the property tests."""
 
 import numpy as np
 import pytest
+from hypothesis import settings
+
+# Properties over random inputs: the same examples on every run, nothing written to the tree.
+settings.register_profile("mathinterp", database=None, deadline=None, derandomize=True)
+settings.load_profile("mathinterp")
 
 import mathinterp
 from mathinterp import _core

@@ -1,8 +1,8 @@
 """Every error of the interpolant reaches Python as InterpolationError (a ValueError) with its
 identifier and the catalog's text; warnings arrive as InterpolationWarning on the calling
-line; bad Python objects raise Python exceptions and never crash the interpreter."""
+line; queries without a host counterpart raise Python exceptions (more in test_hostile_input)."""
 
-import subprocess
+import pickle
 import sys
 import warnings
 
@@ -20,26 +20,14 @@ xy = (np.array([0.0, 1.0, 2.0]), np.array([0.0, 1.0, 2.0, 3.0]))
 V34 = np.arange(12.0).reshape(3, 4)
 
 
-def nd_or_skip(*args):
-    """A 2-D interpolant, or a skip while the N-D engine is not in this build."""
-    try:
-        return griddedInterpolant(*args)
-    except mathinterp.MethodNotBuiltError as e:
-        pytest.skip(str(e))
-
-
-# Construction errors: (identifier key, constructor arguments), each derived from the
-# validation order (the first failing check names the error).
+# Construction errors whose input is a Python object of its own kind (sparse matrices, integer
+# and mixed-precision arrays, meshgrid arrays, 2-D grids, strings): the engine's checks and
+# their order are the C++ suite's.
 CONSTRUCTION_ERRORS = [
     ("NonFloatValuesErrId", ("linear",)),
-    ("NonFloatValuesErrId", (v4, (1.0,))),
-    ("NonFloatValuesErrId", (x4, v4, "linear", "none", "x")),
     ("NonFloatValuesErrId", ((x4,), np.arange(4))),
     ("SparseInterpValuesErrId", ((x4,), scipy.sparse.csc_matrix(v4.reshape(4, 1)))),
-    ("DegenerateGridErrId", (np.array([1.0]),)),
     ("DegenerateGridErrId", (np.empty(0),)),
-    ("DegenerateGridErrId", (v4, 5.0)),
-    ("SampleValuesNotSecond", ((x4,), v4, v4)),
     ("NumCoordsGridNdimsMismatchErrId", ((x4, x4, x4), V34)),
     ("NonFloatInpPtsErrId", ((np.arange(4),), v4)),
     ("SparseDataPtErrId", ((scipy.sparse.csc_matrix(x4.reshape(4, 1)),), v4)),
@@ -47,15 +35,8 @@ CONSTRUCTION_ERRORS = [
     ("GridOfMixedDataTypesErrId", ((xy[0], xy[1].astype(np.float32)), V34)),
     ("NonVecCompVecErrId", ((np.zeros((2, 2)),), v4)),
     ("CompVecValueMismatchErrId", ((x4[:3],), v4)),
-    ("NonFiniteInputPtsErrId", ((np.array([0.0, np.nan, 1.0, 2.0]),), v4)),
-    ("NonFiniteInputPtsErrId", ((np.array([0.0, 1.0, np.inf, 2.0]),), v4)),
-    ("NonUniqueCompVecsPtsErrId", ((np.array([0.0, 1.0, 1.0, 2.0]),), v4)),
     ("NonMonotonicCompVecsErrId", ((x4[::-1].copy(),), v4)),
-    ("MixedGridCoordSizeErrId", (np.zeros((2, 2)), v4)),
     ("NdgridNotMeshgrid2DErrId", (*np.meshgrid(*xy), V34.T.copy())),
-    ("NdgridNotMeshgrid3DErrId", (*np.meshgrid(x4[:2], x4[:3], x4, indexing="xy"),
-                                  np.zeros((3, 2, 4)))),
-    ("BadGridErrId", (np.arange(12.0).reshape(3, 4), np.arange(12.0).reshape(3, 4), V34)),
     ("BadInterpTypeErrId", (x4, v4, "bilinear")),
     ("ExtrapolationMethodInvalid", (x4, v4, "linear", "sideways")),
 ]
@@ -80,47 +61,26 @@ def test_non_scalar_text_words_are_rejected():
 
 
 @needs_class
-def test_error_arguments_reach_python():
+def test_evaluation_errors_and_their_arguments():
+    F = griddedInterpolant(x4, v4)
+    for _ in range(2):  # and the object goes on
+        e = expect_error("BadArgInterpEvalErrId", F, x4, x4)
+        assert e.arguments == (1,)
     e = expect_error("CompVecValueMismatchErrId", griddedInterpolant, (x4[:3],), v4)
     assert e.arguments == (1, 4)
-    F = griddedInterpolant(x4, v4)
-    e = expect_error("BadArgInterpEvalErrId", F, x4, x4)
-    assert e.arguments == (1,)
-
-
-@needs_class
-def test_one_dimensional_evaluation_errors():
-    F = griddedInterpolant(x4, v4)
-    expect_error("BadArgInterpEvalErrId", F, x4, x4)
-    expect_error("NonFloatInpPtsErrId", F, np.arange(3))
     expect_error("NonFloatInpPtsErrId", F, "1.5")
     expect_error("ComplexDataPointErrId", F, x4 + 1j)
     expect_error("SparseDataPtErrId", F, scipy.sparse.csc_matrix(x4.reshape(4, 1)))
     expect_error("NumCoordsGridNdimsMismatchErrId", F, (x4, x4))
-    expect_error("NonVecCompVecErrId", F, (np.zeros((2, 2)),))
-
-
-@needs_class
-def test_two_dimensional_evaluation_errors():
-    F = nd_or_skip(xy, V34)
-    expect_error("BadArgInterpEvalErrId", F, np.zeros((5, 3)))
-    expect_error("BadArgInterpEvalErrId", F, x4, x4, x4)
-    expect_error("InputMixSizeErrId", F, x4, x4[:3])
-    expect_error("QueryOfMixedDataTypesErrId", F, x4, x4.astype(np.float32))
-    expect_error("GridOfMixedDataTypesErrId", F, (x4, x4.astype(np.float32)))
-    assert F(np.zeros((5, 2))).shape == (5,)
-    assert F((np.empty(0), x4)).shape == (0, 4)
-
-
-@needs_class
-def test_errors_leave_the_object_usable():
-    F = griddedInterpolant(x4, v4)
-    for _ in range(3):
-        expect_error("BadArgInterpEvalErrId", F, x4, x4)
     np.testing.assert_array_equal(F(x4), v4)
+    G = griddedInterpolant(xy, V34)
+    expect_error("BadArgInterpEvalErrId", G, np.zeros((5, 3)))
+    expect_error("InputMixSizeErrId", G, x4, x4[:3])
+    expect_error("QueryOfMixedDataTypesErrId", G, x4, x4.astype(np.float32))
+    assert G((np.empty(0), x4)).shape == (0, 4)
 
 
-def test_error_classes():
+def test_error_classes_and_what_host_errors_become():
     assert issubclass(mathinterp.InterpolationError, ValueError)
     assert issubclass(mathinterp.MethodNotBuiltError, mathinterp.InterpolationError)
     assert issubclass(mathinterp.MethodNotBuiltError, NotImplementedError)
@@ -130,18 +90,10 @@ def test_error_classes():
     e = info.value
     assert e.identifier == GI + "CompVecValueMismatchErrId" and e.arguments == (2, 7)
     assert "2" in e.message and "7" in e.message  # the catalog filled the placeholders
-    import pickle
-
     again = pickle.loads(pickle.dumps(e))
     assert (again.identifier, again.message, again.arguments) == (e.identifier, e.message, (2, 7))
-
-
-def test_out_of_memory_is_memory_error():
-    with pytest.raises(MemoryError):
+    with pytest.raises(MemoryError):  # the host's out-of-memory error
         _core._raise_error("QUARTZ", "nomem")
-
-
-def test_literal_text_error_naming_a_method_is_method_not_built():
     with pytest.raises(mathinterp.MethodNotBuiltError) as info:
         _core._raise_error("", 'The interpolation method "makima" is not available in this build.')
     assert info.value.method == "makima" and info.value.identifier == ""
@@ -180,7 +132,7 @@ def test_warning_filters_apply():
 
 @needs_class
 def test_meshgrid_queries_warn_and_evaluate_point_by_point():
-    F = nd_or_skip(xy, V34)
+    F = griddedInterpolant(xy, V34)
     xq, yq = np.meshgrid(np.array([0.5, 1.5]), np.array([0.25, 1.0, 2.5]))
     with pytest.warns(mathinterp.InterpolationWarning) as rec:
         r = F(xq, yq)
@@ -193,104 +145,26 @@ def test_meshgrid_queries_warn_and_evaluate_point_by_point():
 
 
 @needs_class
-def test_three_dimensional_meshgrid_queries_warn():
-    g = (x4[:2], x4[:3], x4)
-    F = nd_or_skip(g, np.arange(24.0).reshape(2, 3, 4))
-    X, Y, Z = np.meshgrid(np.array([0.5]), np.array([0.5, 1.5]), np.array([1.0, 2.5, 3.0]))
-    with pytest.warns(mathinterp.InterpolationWarning) as rec:
-        r = F(X, Y, Z)
-    assert [w.message.identifier for w in rec] == [GI + "MeshgridEval3DWarnId"]
-    P = np.column_stack([X.ravel(order="F"), Y.ravel(order="F"), Z.ravel(order="F")])
-    np.testing.assert_array_equal(r.ravel(order="F"), F(P))
-
-
-@needs_class
-@pytest.mark.parametrize(
-    "args,key,method",
-    [
-        ((np.array([0.0, 1.0]), np.array([1.0, 2.0]), "cubic"), "CubicNeedsThreeWarnId", "linear"),
-        ((xy, V34, "pchip"), "Pchip1DonlyWarnId", "linear"),
-        ((xy, V34, "next"), "Next1DonlyWarnId", "linear"),
-        ((xy, V34, "previous"), "Previous1DonlyWarnId", "linear"),
+def test_method_fallbacks_warn():
+    for args, key, method in [
+        ((x4[:2], v4[:2], "cubic"), "CubicNeedsThreeWarnId", "linear"),
         ((np.array([0.0, 1.0, 3.0, 4.0]), v4, "cubic"), "CubicUniformOnlyWarnId", "spline"),
-    ],
-    ids=lambda v: v if isinstance(v, str) else "",
-)
-def test_method_fallbacks_warn(args, key, method):
-    with pytest.warns(mathinterp.InterpolationWarning) as rec:
-        F = nd_or_skip(*args)
-    assert GI + key in [w.message.identifier for w in rec]
-    assert F.Method == method
+    ]:
+        with pytest.warns(mathinterp.InterpolationWarning) as rec:
+            F = griddedInterpolant(*args)
+        assert GI + key in [w.message.identifier for w in rec]
+        assert F.Method == method
 
 
 # ---- objects that are not interpolation input -------------------------------------------
 
 
 @needs_class
-@pytest.mark.parametrize(
-    "args,exc",
-    [
-        ((None,), TypeError),
-        ((x4, None), TypeError),
-        ((np.zeros(4, np.float16),), TypeError),
-        ((np.array([object(), object()], dtype=object),), TypeError),
-        ((np.array([1.0, 2.0], dtype=object),), mathinterp.InterpolationError),
-        (("abc",), mathinterp.InterpolationError),
-        ((x4, "abc"), mathinterp.InterpolationError),
-        (({"a": 1.0},), mathinterp.InterpolationError),
-        ((np.zeros((1,) * 31 + (2,)),), mathinterp.InterpolationError),
-    ],
-    ids=["None", "None-values", "float16", "objects", "object-floats", "str", "str-values",
-         "dict", "32-dims"],
-)
-def test_bad_python_objects_raise(args, exc):
-    with pytest.raises(exc):
-        griddedInterpolant(*args)
-
-
-@needs_class
-def test_bad_queries_raise():
+def test_queries_without_host_counterpart_raise():
     F = griddedInterpolant(x4, v4)
-    for q, exc in [
-        (None, TypeError),
-        ("x", mathinterp.InterpolationError),
-        ([[1.0], [2.0, 3.0]], mathinterp.InterpolationError),
-        (np.array([object()], dtype=object), TypeError),
-        (np.zeros(3, np.float16), TypeError),
-        ({}, mathinterp.InterpolationError),
-    ]:
+    for q, exc in [(None, TypeError), (np.zeros(3, np.float16), TypeError),
+                   (np.array([object()], dtype=object), TypeError),
+                   ([[1.0], [2.0, 3.0]], mathinterp.InterpolationError)]:
         with pytest.raises(exc):
             F(q)
     expect_error("QUARTZ:minrhs", F)  # no query at all: the host's too-few-inputs error
-    # An object array is a cell: a one-element cell is a gridded query on a 1-D grid.
-    np.testing.assert_array_equal(F(np.array([1.5], dtype=object)), [v4[1] + 0.5 * (v4[2] - v4[1])])
-
-
-def test_interpreter_survives_garbage_in_a_subprocess():
-    """Whatever reaches the module, the process ends normally (no abort, no segfault)."""
-    code = r"""
-import numpy as np, mathinterp, itertools
-from mathinterp import _core
-junk = [None, "s", b"b", (), [], {}, [[1], [2, 3]], np.zeros((0, 0)), np.zeros(3, np.float16),
-        np.array([None]), object(), 1e308, -0.0, float("nan"), (np.arange(3.0),) * 3,
-        np.zeros((1,) * 32), np.arange(6.0).reshape(2, 3), np.arange(4, dtype=np.int8)]
-for a in junk:
-    try: _core.to_host(a)
-    except Exception: pass
-if _core.has_class_system:
-    for args in itertools.product(junk[:10], repeat=2):
-        try: mathinterp.griddedInterpolant(*args)
-        except Exception: pass
-    F = mathinterp.griddedInterpolant(np.arange(4.0), np.arange(4.0))
-    for q in junk:
-        try: F(q)
-        except Exception: pass
-    for name in ("GridVectors", "Values", "Method", "ExtrapolationMethod"):
-        for value in junk:
-            try: setattr(F, name, value)
-            except Exception: pass
-print("alive")
-"""
-    out = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, timeout=300)
-    assert out.returncode == 0, out.stderr
-    assert out.stdout.strip().endswith("alive")
