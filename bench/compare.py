@@ -179,6 +179,21 @@ def data_gridded(n, m):
     return make
 
 
+def data_image(rows, cols, channels, scale):
+    """A float32 image (rows x cols x channels, one value set per channel) on unit-spaced
+    single grids, upscaled by `scale` along both axes (gridded queries)."""
+
+    def make(rng, nq):
+        g = (np.arange(rows, dtype=np.float32), np.arange(cols, dtype=np.float32))
+        V = (np.sin(g[0] / 9.0)[:, None, None] * np.cos(g[1] / 13.0)[None, :, None]
+             + rng.uniform(0.0, 0.1, (rows, cols, channels))).astype(np.float32)
+        Q = (np.linspace(0.0, rows - 1.0, scale * rows, dtype=np.float32),
+             np.linspace(0.0, cols - 1.0, scale * cols, dtype=np.float32))
+        return {"grid": g, "V": V, "Q": Q}
+
+    return make
+
+
 def mi_gridded(method):
     def build(d):
         F = griddedInterpolant(d["grid"], d["V"], method)
@@ -312,6 +327,13 @@ CASES = [
          {"RectBivariateSpline": rect_bivariate_grid}, tolerance=1e-9),
     Case("3-D spline gridded 200^3", "spline", data_gridded_3d(100, 200), mi_gridded("spline"),
          {"CubicSpline per axis": cubic_spline_per_axis}, tolerance=1e-9),
+    # makima against our own spline on the same data and queries (goal: at most 1.5x).
+    Case("2-D makima vs our 2-D spline", "makima", data_nd((1000, 1000), 10), mi_2d("makima"),
+         {"mathinterp spline": mi_2d("spline")}, tolerance=np.inf),
+    Case("3-D makima vs 3-D spline", "makima", data_nd((100, 100, 100), 10), mi_2d("makima"),
+         {"mathinterp spline": mi_2d("spline")}, tolerance=np.inf),
+    Case("gridded float32 image makima vs gridded spline", "makima", data_image(768, 1024, 3, 2),
+         mi_gridded("makima"), {"mathinterp spline": mi_gridded("spline")}, tolerance=np.inf),
     # Gradients (a tenth of the queries: 10^6 at the default count).
     Case("1-D spline gradient", "spline", data_1d_tenth, mi_gradient_1d("spline"),
          {"CubicSpline(xq, 1)": cubic_spline_derivative}, tolerance=1e-9,

@@ -52,15 +52,9 @@ struct GradientND<MakimaND<G, V>> {
                 static_cast<V>(g[i + 1]) - static_cast<V>(g[i])};
     }
 
-    // The service's Hermite step and its derivative in x.
+    // The service's Hermite step (the value kernels' own) and its derivative in x.
     static V hermite(V a0, V a1, V m0, V m1, V t, V h) noexcept {
-        if (t == V(0)) return a0;
-        if (t == V(1)) return a1;
-        const V p0 = h * m0;
-        const V delta = a1 - a0;
-        const V a = delta - p0;
-        const V b = h * m1 - delta;
-        return (((b - a) * t + (a + a - b)) * t + p0) * t + a0;
+        return platform::akima_detail::hermiteStep(a0, a1, m0, m1, t, h);
     }
     static V hermiteDerivative(V a0, V a1, V m0, V m1, V t, V h) noexcept {
         if (t == V(0)) return m0;

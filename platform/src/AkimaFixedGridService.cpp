@@ -1,6 +1,8 @@
 // The modified Akima service: node derivatives per grid line, 1-D coefficient blocks, N-D
-// node-major derivative tensors and the tensor-product Hermite evaluation. One template per
-// routine serves every grid/value precision pair; the exported overloads only pick it.
+// node-major derivative tensors, the tensor-product Hermite evaluation and the gridded passes
+// (the Hermite steps themselves are inline in the header, shared with the engine's kernels).
+// One template per routine serves every grid/value precision pair; the exported overloads
+// only pick it.
 #include "platform/AkimaFixedGridService.hpp"
 
 #include <atomic>
@@ -130,22 +132,6 @@ void precomputeND(u64 d, const u64* dims, const G* const* grids, const V* values
     }
 }
 
-// One cubic Hermite step on [0, 1]: values a0, a1 and derivatives m0, m1 (per unit of the
-// grid) at the ends, cell width h, local coordinate t. The grid lines are taken exactly.
-template <class V>
-inline V hermite(V a0, V a1, V m0, V m1, V t, V h) {
-    if (t == V(0)) return a0;
-    if (t == V(1)) return a1;
-    const V p0 = h * m0;
-    const V p1 = h * m1;
-    const V delta = a1 - a0;
-    const V a = delta - p0;
-    const V b = p1 - delta;
-    const V c2 = a + a - b;
-    const V c3 = b - a;
-    return ((c3 * t + c2) * t + p0) * t + a0;
-}
-
 template <class G, class V>
 void interpolateND(u64 d, const u64* dims, const G* const* grids, u64 setIndex, const V* result,
                    const G* xq, const u64* k, u64 numQueries, V* scratch, u64* cornerOffset,
@@ -199,12 +185,55 @@ void interpolateND(u64 d, const u64* dims, const G* const* grids, u64 setIndex, 
                 for (u64 c = 0; c < halfR; ++c) {
                     const V a0 = lo[2 * c], a1 = lo[2 * c + 1];
                     const V m0 = hi[2 * c], m1 = hi[2 * c + 1];
-                    A[(S << (r - 1)) | c] = hermite(a0, a1, m0, m1, t, h);
+                    A[(S << (r - 1)) | c] = akima_detail::hermiteStep(a0, a1, m0, m1, t, h);
                 }
             }
         }
         out[q] = A[0];
     }
+}
+
+// One pass of a full query grid (see the header): per unit a run of L outputs, each from
+// the entries 2x and 2x + 1 of the two nodes around the query. t is the same along the run,
+// so the grid-line tests are made once per run and the loop itself has no branches.
+template <class V, bool Contiguous>
+void griddedPass(u64 L, u64 n, u64 m, const V* in, const u64* k, const V* t, const V* h, u64 uBegin,
+                 u64 uEnd, V* out, u64 outStride) {
+    u64 q = uBegin % m;
+    u64 o = uBegin / m;
+    for (u64 u = uBegin; u < uEnd; ++u) {
+        const V* lo = in + 2 * L * (k[q] + n * o);
+        const V* hi = lo + 2 * L;
+        V* dst = out + L * u * (Contiguous ? 1 : outStride);
+        const u64 w = Contiguous ? 1 : outStride;
+        const V tq = t[q];
+        const V hq = h[q];
+        if (tq == V(0)) {
+            for (u64 x = 0; x < L; ++x)
+                dst[x * w] = lo[2 * x];
+        } else if (tq == V(1)) {
+            for (u64 x = 0; x < L; ++x)
+                dst[x * w] = hi[2 * x];
+        } else {
+            for (u64 x = 0; x < L; ++x)
+                dst[x * w] = akima_detail::hermiteInterior(lo[2 * x], hi[2 * x], lo[2 * x + 1],
+                                                           hi[2 * x + 1], tq, hq);
+        }
+        if (++q == m) {
+            q = 0;
+            ++o;
+        }
+    }
+}
+
+template <class V>
+void griddedPassAny(u64 L, u64 n, u64 m, const V* in, const u64* k, const V* t, const V* h,
+                    u64 uBegin, u64 uEnd, V* out, u64 outStride) {
+    if (uBegin >= uEnd) return;
+    if (outStride == 1)
+        griddedPass<V, true>(L, n, m, in, k, t, h, uBegin, uEnd, out, 1);
+    else
+        griddedPass<V, false>(L, n, m, in, k, t, h, uBegin, uEnd, out, outStride);
 }
 
 } // namespace
@@ -299,6 +328,17 @@ void akimaFixedGrid_interpolate_float(u64 d, const u64* dims, const float* const
                                       const u64* k, u64 numQueries, float* scratch,
                                       u64* indexScratch, float* out) {
     interpolateND(d, dims, grids, setIndex, result, xq, k, numQueries, scratch, indexScratch, out);
+}
+
+void akimaFixedGrid_griddedPass_double(u64 L, u64 n, u64 m, const double* in, const u64* k,
+                                       const double* t, const double* h, u64 uBegin, u64 uEnd,
+                                       double* out, u64 outStride) {
+    griddedPassAny(L, n, m, in, k, t, h, uBegin, uEnd, out, outStride);
+}
+void akimaFixedGrid_griddedPass_float(u64 L, u64 n, u64 m, const float* in, const u64* k,
+                                      const float* t, const float* h, u64 uBegin, u64 uEnd,
+                                      float* out, u64 outStride) {
+    griddedPassAny(L, n, m, in, k, t, h, uBegin, uEnd, out, outStride);
 }
 
 u64 akimaFixedGrid_precomputeCount() noexcept {

@@ -1,7 +1,8 @@
-// What is special to "makima": the 1-D method is the Akima service on the grid it passes (a
-// single grid under double values widened once), one precomputation per plane however often it
-// is evaluated and again after new values, no overshoot next to plateaus (the flat-interval
-// rule), and N-D separable data as sums of 1-D interpolants.
+// What is special to "makima": the method is the Akima service on the grid it passes (1-D: a
+// single grid under double values widened once; N-D: the 2-D, 3-D and general kernels and
+// the gridded passes all take the service routine's bits), one precomputation per plane
+// however often it is evaluated and again after new values. The flat-interval rule and the
+// N-D block are the service's (tests/platform/test_akima_service.cpp).
 #include "support/Bits.hpp"
 #include "support/Engine.hpp"
 
@@ -9,9 +10,9 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <random>
+#include <type_traits>
 
 using namespace mathinterp;
 using namespace testsupport;
@@ -24,6 +25,51 @@ OwnedEvaluator<G, V> makima(std::vector<std::vector<G>> g, std::vector<V> v, u64
     return OwnedEvaluator<G, V>(std::move(g), std::move(v), planes, m, m);
 }
 
+// The engine's interval of x (converted to the grid type): 0 below g[1], n-2 from g[n-2] on.
+template <class G>
+u64 intervalOf(const std::vector<G>& g, G x) {
+    u64 k = 0;
+    while (k + 2 < g.size() && !(x < g[k + 1]))
+        ++k;
+    return k;
+}
+
+// The service's value at point p (query type Q), on the grid as the method passes it.
+template <class G, class V, class Q>
+V serviceValue(const std::vector<std::vector<G>>& g, const std::vector<V>& v,
+               const std::vector<double>& p) {
+    const u64 d = g.size();
+    std::vector<G> x(d);
+    std::vector<u64> k(d), dims(d);
+    std::vector<const G*> gp(d);
+    for (u64 j = 0; j < d; ++j) {
+        x[j] = static_cast<G>(static_cast<Q>(p[j]));
+        k[j] = intervalOf(g[j], x[j]);
+        dims[j] = g[j].size();
+        gp[j] = g[j].data();
+    }
+    u64 w1, w2, r, s, si;
+    platform::akimaFixedGrid_precomputeWS(d, dims.data(), &w1, &w2, &r);
+    platform::akimaFixedGrid_interpolateWS(d, &s, &si);
+    std::vector<V> ws1(w1), block(r), scratch(s);
+    std::vector<u64> ws2(w2), iscratch(si);
+    V out = 0;
+    if constexpr (std::is_same_v<V, double>) {
+        platform::akimaFixedGrid_precompute_double(d, dims.data(), gp.data(), v.data(), ws1.data(),
+                                                   ws2.data(), block.data());
+        platform::akimaFixedGrid_interpolate_double(d, dims.data(), gp.data(), 0, 1, block.data(),
+                                                    x.data(), k.data(), 1, scratch.data(),
+                                                    iscratch.data(), &out);
+    } else {
+        platform::akimaFixedGrid_precompute_float(d, dims.data(), gp.data(), v.data(), ws1.data(),
+                                                  ws2.data(), block.data());
+        platform::akimaFixedGrid_interpolate_float(d, dims.data(), gp.data(), 0, 1, block.data(),
+                                                   x.data(), k.data(), 1, scratch.data(),
+                                                   iscratch.data(), &out);
+    }
+    return std::isnan(out) ? engineNaN<V>() : out; // as the engine writes NaN
+}
+
 std::vector<std::vector<double>> column(const std::vector<double>& q) {
     std::vector<std::vector<double>> p;
     for (double x : q)
@@ -32,12 +78,12 @@ std::vector<std::vector<double>> column(const std::vector<double>& q) {
 }
 
 template <class P>
-class Makima1DPairs : public ::testing::Test {};
-TYPED_TEST_SUITE(Makima1DPairs, PrecisionPairs);
+class MakimaPairs : public ::testing::Test {};
+TYPED_TEST_SUITE(MakimaPairs, PrecisionPairs);
 
 } // namespace
 
-TYPED_TEST(Makima1DPairs, AgreesWithTheServiceOnTheWidenedGrid) {
+TYPED_TEST(MakimaPairs, OneDimensionIsTheServiceOnTheWidenedGrid) {
     using G = typename TypeParam::GridT;
     using V = typename TypeParam::ValT;
     std::mt19937_64 rng(2);
@@ -45,8 +91,7 @@ TYPED_TEST(Makima1DPairs, AgreesWithTheServiceOnTheWidenedGrid) {
     const auto x = as<G>(xd);
     const auto y = as<V>(randomValues(rng, 12));
     const auto m = makima<G, V>({x}, y, 1);
-    // The reference: the service on the grid as the method passes it (single grids under
-    // double values widened) with the query converted to the grid type first.
+    // Single grids under double values are widened; the query goes to the grid type first.
     using SG = std::conditional_t<std::is_same_v<V, double>, double, G>;
     const std::vector<SG> sx(x.begin(), x.end());
     u64 wl = 0, rl = 0;
@@ -64,13 +109,11 @@ TYPED_TEST(Makima1DPairs, AgreesWithTheServiceOnTheWidenedGrid) {
         e = qd(rng);
     const std::vector<V> r = evaluatePoints<V>(*m, column(q));
     const std::vector<V> rs = evaluatePoints<V, float>(*m, column(q));
-    for (u64 i = 0; i < q.size(); ++i) {
+    for (u64 i = 0; i < q.size(); ++i)
         for (int pass = 0; pass < 2; ++pass) {
             const SG xq = pass == 0 ? static_cast<SG>(static_cast<G>(q[i]))
                                     : static_cast<SG>(static_cast<G>(static_cast<float>(q[i])));
-            u64 k = 0;
-            while (k + 2 < x.size() && !(xq < x[k + 1]))
-                ++k;
+            const u64 k = intervalOf(sx, xq);
             V expect = 0;
             if constexpr (std::is_same_v<V, double>)
                 platform::akimaFixedGrid_interpolate_1D_double(12, sx.data(), 0, 1, block.data(), 1,
@@ -80,155 +123,82 @@ TYPED_TEST(Makima1DPairs, AgreesWithTheServiceOnTheWidenedGrid) {
                                                               &xq, &k, &expect);
             EXPECT_SAME_BITS(pass == 0 ? r[i] : rs[i], expect) << q[i];
         }
-    }
 }
 
-TEST(Makima1D, PrecomputesOncePerPlaneUntilRebound) {
-    std::mt19937_64 rng(3);
-    const auto x = irregularGrid(rng, 9);
-    std::vector<double> planes = randomValues(rng, 27);
-    const auto m = makima<double, double>({x}, planes, 3);
-    std::vector<double> q(5000); // parallel
-    std::uniform_real_distribution<double> qd(-1, x.back() + 1);
-    for (auto& e : q)
-        e = qd(rng);
-
-    const std::uint64_t before = platform::akimaFixedGrid_precomputeCount();
-    const auto first = evaluatePoints<double>(*m, column(q));
-    EXPECT_EQ(platform::akimaFixedGrid_precomputeCount(), before + 3);
-    const auto second = evaluatePoints<double>(*m, column(q));
-    (void)evaluatePoints<double>(*m, {{0.5}});
-    EXPECT_EQ(platform::akimaFixedGrid_precomputeCount(), before + 3);
-    for (u64 i = 0; i < first.size(); ++i)
-        EXPECT_SAME_BITS(second[i], first[i]);
-
-    // New values: the blocks are dropped and rebuilt once, from the new planes.
-    std::vector<double> other = randomValues(rng, 27);
-    const void* ptrs[] = {other.data(), other.data() + 9, other.data() + 18};
-    m->rebindValues(ptrs);
-    const auto third = evaluatePoints<double>(*m, column(q));
-    EXPECT_EQ(platform::akimaFixedGrid_precomputeCount(), before + 6);
-    (void)evaluatePoints<double>(*m, column(q));
-    EXPECT_EQ(platform::akimaFixedGrid_precomputeCount(), before + 6);
-    const auto expect = evaluatePoints<double>(*makima<double, double>({x}, other, 3), column(q));
-    for (u64 i = 0; i < third.size(); ++i)
-        EXPECT_SAME_BITS(third[i], expect[i]);
-}
-
-TEST(Makima1D, StepDataWithoutOvershoot) {
-    // Plateaus of three or more points: every node derivative next to a jump is zero, so each
-    // rise is monotone and each plateau flat, as with pchip.
-    std::mt19937_64 rng(5);
-    for (int rep = 0; rep < 20; ++rep) {
-        std::vector<double> y;
-        double level = 0;
-        std::uniform_int_distribution<int> len(3, 6);
-        std::uniform_real_distribution<double> jump(-5.0, 5.0);
-        while (y.size() < 40) {
-            for (int i = len(rng); i > 0; --i)
-                y.push_back(level);
-            level += jump(rng);
+TYPED_TEST(MakimaPairs, NDimensionsTakeTheServiceRoutineBits) {
+    // 2-D and 3-D take the unrolled kernels, 4-D the general one; scattered queries in both
+    // query precisions and a full query grid (dimension-wise passes) against the routine.
+    using G = typename TypeParam::GridT;
+    using V = typename TypeParam::ValT;
+    std::mt19937_64 rng(4);
+    const std::vector<std::vector<u64>> shapes{{9, 6}, {5, 4, 6}, {3, 4, 2, 3}};
+    for (const std::vector<u64>& n : shapes) {
+        SCOPED_TRACE(::testing::PrintToString(n));
+        std::vector<std::vector<double>> gd, vecs;
+        std::vector<std::vector<G>> g;
+        u64 P = 1;
+        for (u64 k : n) {
+            gd.push_back(irregularGrid(rng, k));
+            g.push_back(as<G>(gd.back()));
+            vecs.push_back({gd.back().front(), gd.back().back(), NAN, -0.5, 1.3, gd.back()[1]});
+            P *= k;
         }
-        const auto x = irregularGrid(rng, y.size());
-        const auto m = makima<double, double>({x}, y, 1);
-        const auto pchip = makima<double, double>({x}, y, 1, MethodId::Pchip);
-        std::vector<double> q;
-        for (u64 k = 0; k + 1 < x.size(); ++k)
-            for (int j = 0; j < 16; ++j)
-                q.push_back(x[k] + (x[k + 1] - x[k]) * j / 16.0);
-        const auto r = evaluatePoints<double>(*m, column(q));
-        const auto rp = evaluatePoints<double>(*pchip, column(q));
-        for (u64 i = 0; i < q.size(); ++i) {
-            const u64 k = i / 16;
-            const double lo = std::min(y[k], y[k + 1]), hi = std::max(y[k], y[k + 1]);
-            ASSERT_TRUE(rp[i] >= lo && rp[i] <= hi) << "pchip overshoots at " << q[i];
-            EXPECT_GE(r[i], lo) << q[i];
-            EXPECT_LE(r[i], hi) << q[i];
-            if (y[k] == y[k + 1]) {
-                EXPECT_SAME_BITS(r[i], y[k]) << q[i];
-            }
+        const auto v = as<V>(randomValues(rng, P));
+        const auto m = makima<G, V>(g, v, 1);
+        auto pts = randomPoints(rng, gd, 500, 1.0);
+        pts.push_back(std::vector<double>(n.size(), NAN));
+        const auto r = evaluatePoints<V>(*m, pts);
+        const auto rs = evaluatePoints<V, float>(*m, pts);
+        for (u64 i = 0; i < pts.size(); ++i) {
+            EXPECT_SAME_BITS(r[i], (serviceValue<G, V, double>(g, v, pts[i]))) << i;
+            EXPECT_SAME_BITS(rs[i], (serviceValue<G, V, float>(g, v, pts[i]))) << i;
+        }
+        const auto rg = evaluateVectors<V>(*m, vecs);
+        for (u64 p = 0; p < rg.size(); ++p) {
+            std::vector<double> pt;
+            for (u64 j = 0, rest = p; j < n.size(); rest /= vecs[j++].size())
+                pt.push_back(vecs[j][rest % vecs[j].size()]);
+            EXPECT_SAME_BITS(rg[p], (serviceValue<G, V, double>(g, v, pt))) << p;
         }
     }
 }
 
-// ---- N dimensions ---------------------------------------------------------------------------
-
-TEST(MakimaND, SeparableDataGiveTheSumOfOneDimensionalInterpolants) {
-    std::mt19937_64 rng(40);
-    const std::vector<std::vector<double>> g{irregularGrid(rng, 7), irregularGrid(rng, 5),
-                                             irregularGrid(rng, 6)};
-    const auto f = randomValues(rng, 7), gy = randomValues(rng, 5), hz = randomValues(rng, 6);
-    std::vector<double> v;
-    for (u64 k = 0; k < 6; ++k)
-        for (u64 j = 0; j < 5; ++j)
-            for (u64 i = 0; i < 7; ++i)
-                v.push_back(f[i] + gy[j] + hz[k]);
-    const auto m = makima<double, double>(g, v, 1);
-    const auto pts = randomPoints(rng, g, 400, 1.0);
-    std::vector<double> cx, cy, cz;
-    for (const auto& p : pts) {
-        cx.push_back(p[0]);
-        cy.push_back(p[1]);
-        cz.push_back(p[2]);
-    }
-    const auto r = evaluatePoints<double>(*m, pts);
-    const auto rx = evaluatePoints<double>(*makima<double, double>({g[0]}, f, 1), column(cx));
-    const auto ry = evaluatePoints<double>(*makima<double, double>({g[1]}, gy, 1), column(cy));
-    const auto rz = evaluatePoints<double>(*makima<double, double>({g[2]}, hz, 1), column(cz));
-    for (u64 i = 0; i < pts.size(); ++i) {
-        const double sum = rx[i] + ry[i] + rz[i];
-        EXPECT_NEAR(r[i], sum, 1e-13 * (1 + std::fabs(sum))) << i;
-    }
-}
-
-TEST(MakimaND, PrecomputesOncePerPlaneUntilRebound) {
-    std::mt19937_64 rng(41);
-    const std::vector<std::vector<double>> g{irregularGrid(rng, 6), irregularGrid(rng, 4)};
-    const auto m = makima<double, double>(g, randomValues(rng, 48), 2);
-    const auto pts = randomPoints(rng, g, 3000, 0.5);
-    const std::vector<std::vector<double>> vecs{{0.1, 1.0, 2.0}, {0.3, 0.7}};
-
-    const std::uint64_t before = platform::akimaFixedGrid_precomputeCount();
-    const auto first = evaluatePoints<double>(*m, pts);
-    EXPECT_EQ(platform::akimaFixedGrid_precomputeCount(), before + 2);
-    const auto second = evaluatePoints<double>(*m, pts);
-    (void)evaluateVectors<double>(*m, vecs);
-    EXPECT_EQ(platform::akimaFixedGrid_precomputeCount(), before + 2);
-    for (u64 i = 0; i < first.size(); ++i)
-        EXPECT_SAME_BITS(second[i], first[i]);
-
-    std::vector<double> other = randomValues(rng, 48);
-    const void* ptrs[] = {other.data(), other.data() + 24};
-    m->rebindValues(ptrs);
-    const auto third = evaluatePoints<double>(*m, pts);
-    (void)evaluatePoints<double>(*m, pts);
-    EXPECT_EQ(platform::akimaFixedGrid_precomputeCount(), before + 4);
-    const auto expect = evaluatePoints<double>(*makima<double, double>(g, other, 2), pts);
-    for (u64 i = 0; i < third.size(); ++i)
-        EXPECT_SAME_BITS(third[i], expect[i]);
-}
-
-TEST(MakimaND, StepDataWithoutOvershoot) {
-    // Steps along both axes with plateaus of three points or more, as in 1-D.
-    const std::vector<std::vector<double>> g{{0, 1, 2, 3, 4, 5, 6, 7, 8}, {0, 0.5, 1, 2, 3, 4}};
-    auto f = [](const std::vector<double>& p) {
-        return (p[0] >= 3 ? 1.0 : 0.0) + (p[0] >= 6 ? 4.0 : 0.0) + (p[1] >= 2 ? -2.0 : 0.0);
+TEST(Makima, PrecomputesOncePerPlaneUntilRebound) {
+    struct Case {
+        std::vector<u64> n;
+        u64 planes;
     };
-    const auto m = makima<double, double>(g, sampleGrid<double>(g, f), 1);
-    std::vector<double> xs, ys;
-    for (double x = 0; x <= 8; x += 0.125)
-        xs.push_back(x);
-    for (double y = 0; y <= 4; y += 0.125)
-        ys.push_back(y);
-    const auto r = evaluateVectors<double>(*m, {xs, ys});
-    for (u64 j = 0; j < ys.size(); ++j)
-        for (u64 i = 0; i < xs.size(); ++i) {
-            const double v = r[i + xs.size() * j];
-            EXPECT_GE(v, -2.0) << xs[i] << " " << ys[j];
-            EXPECT_LE(v, 5.0) << xs[i] << " " << ys[j];
-            // On a plateau cell in both directions the value is the plateau's.
-            if (xs[i] <= 2 && ys[j] <= 1) {
-                EXPECT_SAME_BITS(v, 0.0) << xs[i] << " " << ys[j];
-            }
+    std::mt19937_64 rng(3);
+    for (const Case& c : {Case{{9}, 3}, Case{{6, 4}, 2}}) {
+        std::vector<std::vector<double>> g, vecs;
+        u64 P = 1;
+        for (u64 k : c.n) {
+            g.push_back(irregularGrid(rng, k));
+            vecs.push_back({0.1, 1.0, 2.0});
+            P *= k;
         }
+        const auto m = makima<double, double>(g, randomValues(rng, P * c.planes), c.planes);
+        const auto pts = randomPoints(rng, g, 5000, 0.5); // parallel
+        const std::uint64_t before = platform::akimaFixedGrid_precomputeCount();
+        const auto first = evaluatePoints<double>(*m, pts);
+        EXPECT_EQ(platform::akimaFixedGrid_precomputeCount(), before + c.planes);
+        const auto second = evaluatePoints<double>(*m, pts);
+        (void)evaluateVectors<double>(*m, vecs);
+        EXPECT_EQ(platform::akimaFixedGrid_precomputeCount(), before + c.planes);
+        EXPECT_EQ(first, second);
+
+        // New values: the blocks are dropped and rebuilt once, from the new planes.
+        std::vector<double> other = randomValues(rng, P * c.planes);
+        std::vector<const void*> ptrs;
+        for (u64 k = 0; k < c.planes; ++k)
+            ptrs.push_back(other.data() + k * P);
+        m->rebindValues(ptrs.data());
+        const auto third = evaluatePoints<double>(*m, pts);
+        (void)evaluatePoints<double>(*m, pts);
+        EXPECT_EQ(platform::akimaFixedGrid_precomputeCount(), before + 2 * c.planes);
+        const auto expect =
+            evaluatePoints<double>(*makima<double, double>(g, other, c.planes), pts);
+        for (u64 i = 0; i < third.size(); ++i)
+            EXPECT_SAME_BITS(third[i], expect[i]);
+    }
 }

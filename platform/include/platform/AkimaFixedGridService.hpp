@@ -161,6 +161,39 @@ void akimaFixedGrid_interpolate_float(std::uint64_t d, const std::uint64_t* dims
                                       const std::uint64_t* k, std::uint64_t numQueries,
                                       float* scratch, std::uint64_t* indexScratch, float* out);
 
+// One query of a grid of D dimensions (D known to the caller at compile time), evaluated
+// inline from the block: corner points at the entries of the cell's lowest node (block + node
+// index times 2^D), cornerStep[j] is the distance in elements to the next node along j (the
+// node stride times 2^D; 0 for a dimension of one point), t[j] and h[j] are the local
+// coordinate and cell width as akimaFixedGrid_interpolate forms them. Same operations, and
+// so the same bits, as akimaFixedGrid_interpolate; a dimension with t = 0 or t = 1 reads
+// only the lower or upper corners. Defined inline below: the call would cost more than
+// the evaluation, and a fixed D lets the compiler unroll the 4^D reads.
+template <unsigned D, class V>
+inline V akimaFixedGrid_interpolateCell(const V* corner, const std::uint64_t* cornerStep,
+                                        const V* t, const V* h) noexcept;
+
+// One pass of a full grid of queries (one query vector per dimension), reducing the lowest
+// dimension j left: dimension j of the input has n points, and the queries of dimension j
+// are the m triples (k[q], t[q], h[q]) formed as akimaFixedGrid_interpolate forms them.
+// Input entries sit at 2L (i + n o) + 2x + b: node i along j, o over the outer
+// (not yet reduced) dimensions' nodes, x over the L entries the pass keeps per node (the
+// combinations of the queries of the dimensions already reduced and the derivative subsets
+// of the dimensions after j), b the derivative bit of j. The block itself is the input of
+// pass 0 (L = 2^(d-1)). Output entry L (q + m o) + x (times outStride) takes the Hermite step
+// along j of the four input entries of (k[q], k[q] + 1) and b = 0, 1: units u = q + m o in
+// [uBegin, uEnd) are computed, so that callers may split the work. After passes 0 .. d-1 the
+// output is the query grid, column-major, with the bits of akimaFixedGrid_interpolate on
+// each of its points (the same steps on the same data, dimension 0 first).
+void akimaFixedGrid_griddedPass_double(std::uint64_t L, std::uint64_t n, std::uint64_t m,
+                                       const double* in, const std::uint64_t* k, const double* t,
+                                       const double* h, std::uint64_t uBegin, std::uint64_t uEnd,
+                                       double* out, std::uint64_t outStride);
+void akimaFixedGrid_griddedPass_float(std::uint64_t L, std::uint64_t n, std::uint64_t m,
+                                      const float* in, const std::uint64_t* k, const float* t,
+                                      const float* h, std::uint64_t uBegin, std::uint64_t uEnd,
+                                      float* out, std::uint64_t outStride);
+
 // Number of precomputations (1-D and N-D) run in this process so far; lets tests show that
 // a cache is filled once.
 std::uint64_t akimaFixedGrid_precomputeCount() noexcept;
@@ -191,7 +224,56 @@ inline void interpolate1D(std::uint64_t n, const X* grid, std::uint64_t setIndex
         }
     }
 }
+// The cubic Hermite piece on [0, 1] with values a0, a1 and derivatives m0, m1 (per unit of
+// the grid) at its ends, cell width h, at local coordinate t (0 < t < 1, or outside).
+template <class V>
+inline V hermiteInterior(V a0, V a1, V m0, V m1, V t, V h) noexcept {
+    const V p0 = h * m0;
+    const V p1 = h * m1;
+    const V delta = a1 - a0;
+    const V a = delta - p0;
+    const V b = p1 - delta;
+    const V c2 = a + a - b;
+    const V c3 = b - a;
+    return ((c3 * t + c2) * t + p0) * t + a0;
+}
+
+// One Hermite step of the N-D evaluation: the grid lines (t = 0, t = 1) are taken exactly.
+template <class V>
+inline V hermiteStep(V a0, V a1, V m0, V m1, V t, V h) noexcept {
+    if (t == V(0)) return a0;
+    if (t == V(1)) return a1;
+    return hermiteInterior(a0, a1, m0, m1, t, h);
+}
+
+// Entry S (bits of dimensions >= J only) of the cell with dimensions 0 .. J-1 reduced, at the
+// corner `at` (lower in those dimensions). Dimension 0 is reduced first, as in the service's
+// loop; the data flow, and so every rounding, is that loop's.
+template <unsigned J, class V>
+inline V reduceCell(const V* at, std::uint64_t S, const std::uint64_t* step, const V* t,
+                    const V* h) noexcept {
+    if constexpr (J == 0) {
+        return at[S];
+    } else {
+        constexpr unsigned j = J - 1;
+        const V tj = t[j];
+        if (tj == V(0)) return reduceCell<j>(at, S, step, t, h);
+        if (tj == V(1)) return reduceCell<j>(at + step[j], S, step, t, h);
+        const std::uint64_t Sd = S | (std::uint64_t{1} << j);
+        const V a0 = reduceCell<j>(at, S, step, t, h);
+        const V a1 = reduceCell<j>(at + step[j], S, step, t, h);
+        const V m0 = reduceCell<j>(at, Sd, step, t, h);
+        const V m1 = reduceCell<j>(at + step[j], Sd, step, t, h);
+        return hermiteInterior(a0, a1, m0, m1, tj, h[j]);
+    }
+}
 } // namespace akima_detail
+
+template <unsigned D, class V>
+inline V akimaFixedGrid_interpolateCell(const V* corner, const std::uint64_t* cornerStep,
+                                        const V* t, const V* h) noexcept {
+    return akima_detail::reduceCell<D>(corner, 0, cornerStep, t, h);
+}
 
 inline void akimaFixedGrid_interpolate_1D_double(std::uint64_t n, const double* grid,
                                                  std::uint64_t setIndex, std::uint64_t,
