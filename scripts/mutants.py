@@ -94,7 +94,7 @@ def copy_tree(src: str, dst: str) -> None:
         os.makedirs(os.path.dirname(target), exist_ok=True)
         s = os.path.join(src, rel)
         if not os.path.exists(target) or open(s, "rb").read() != open(target, "rb").read():
-            shutil.copy2(s, target)
+            shutil.copyfile(s, target)  # a fresh time stamp: the build must see the change
     # Files gone from the source tree go from the copy too (the build directory stays).
     for dirpath, dirnames, filenames in os.walk(dst):
         if os.path.relpath(dirpath, dst).split(os.sep)[0] in ("build", ".git"):
