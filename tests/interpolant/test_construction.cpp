@@ -134,7 +134,13 @@ TEST(Construction, FirstFailingCheckWins) {
         {{x3, v3, text("none")}, "BadInterpTypeErrId"},
         {{x3, v3, HostArray::createChar({2, 2}, u"lili")}, "BadInterpTypeErrId"},
         {{x3, v3, HostArray::createString({1, 2}, {"linear", "linear"})}, "BadInterpTypeErrId"},
+        {{x3, v3, text("linear ")}, "BadInterpTypeErrId"},
+        {{x3, v3, text("")}, "BadInterpTypeErrId"},
+        {{x3, v3, text("lin\xC3\xA9")}, "BadInterpTypeErrId"},
         {{x3, v3, text("linear"), text("constant")}, "ExtrapolationMethodInvalid"},
+        {{x3, v3, text("linear"), text("nones")}, "ExtrapolationMethodInvalid"},
+        {{x3, v3, text("linear"), HostArray::createChar({2, 3}, u"abcdef")},
+         "ExtrapolationMethodInvalid"},
         {{x3, v3, text("foo"), text("bar")}, "BadInterpTypeErrId"},
     };
     for (std::size_t i = 0; i < std::size(cases); ++i)

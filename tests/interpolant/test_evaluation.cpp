@@ -2,12 +2,10 @@
 // evaluation changes nothing), the output shape (value sets, fewer query dimensions than grid
 // dimensions, empty queries), class and complexity, the packing of scattered N-D queries,
 // ndgrid arrays evaluated as a grid and meshgrid arrays point by point with a warning. The
-// N-D query handling is checked through a recording evaluator, then end to end: every query
-// form of the same points gives the same bits.
+// N-D query handling is checked through a recording evaluator.
 #include "support/Interpolant.hpp"
 #include "support/InterpolantMaking.hpp"
 
-#include "mathinterp/methods/LinearND.hpp"
 #include "support/Bits.hpp"
 
 #include <cmath>
@@ -235,47 +233,4 @@ TEST(Evaluation, GridArraysAndCellsAreGriddedMeshgridWarns) {
     EXPECT_EQ(w.count("MeshgridEval3DWarnId"), 1);
     EXPECT_EQ(w.total(), 2);
     EXPECT_EQ(m3.rec->scatteredCalls, 1);
-}
-
-TEST(Evaluation, QueryFormsAgreeEndToEnd) {
-    if (!mathinterp::LinearND<double, double>::available)
-        GTEST_SKIP() << "N-D linear interpolation is not part of this build";
-    // Values encode the index (v = i + 10 j + 100 s) so a swapped axis or a wrong value-set
-    // stride shows; irregular values on top keep the interpolation non-trivial.
-    const std::vector<double> x{0, 1, 2.5, 4}, y{-1, 0, 3};
-    const HostArray v = filled({4, 3, 2}, [](auto i) {
-        return double(i % 4) + 10.0 * double((i / 4) % 3) + 100.0 * double(i / 12) +
-               0.125 * double((i * 7) % 5);
-    });
-    const std::vector<double> xq{-0.5, 0.25, 1, 3.75, 5}, yq{-1.5, -0.5, 2, 3};
-    const std::uint64_t p = xq.size(), q = yq.size();
-    const HostArray X = filled({p, q}, [&](auto i) { return xq[i % p]; });
-    const HostArray Y = filled({p, q}, [&](auto i) { return yq[i / p]; });
-    const HostArray MX = filled({q, p}, [&](auto i) { return xq[i / q]; });
-    const HostArray MY = filled({q, p}, [&](auto i) { return yq[i % q]; });
-    HostArray P = HostArray::createNumeric({p * q, 2}, ClassId::Double);
-    for (std::uint64_t i = 0; i < p * q; ++i) {
-        P.data<double>()[i] = X.realAt(i);
-        P.data<double>()[p * q + i] = Y.realAt(i);
-    }
-    for (const char* extrap : {"linear", "none", "nearest"}) {
-        GriddedInterpolant g =
-            make({HostArray::cellOf({row(x), row(y)}), v, text("linear"), text(extrap)});
-        WarningCounter w;
-        const HostArray gridded = eval(g, {HostArray::cellOf({row(xq), row(yq)})});
-        const HostArray ndgrid = eval(g, {X, Y}), matrix = eval(g, {P}), mesh = eval(g, {MX, MY});
-        ASSERT_EQ(gridded.dimensions(), (Dims{p, q, 2}));
-        ASSERT_EQ(ndgrid.dimensions(), (Dims{p, q, 2}));
-        ASSERT_EQ(matrix.dimensions(), (Dims{p * q, 1, 2}));
-        ASSERT_EQ(mesh.dimensions(), (Dims{q, p, 2}));
-        for (std::uint64_t s = 0; s < 2; ++s)
-            for (std::uint64_t j = 0; j < q; ++j)
-                for (std::uint64_t i = 0; i < p; ++i) {
-                    const std::uint64_t k = s * p * q + j * p + i;
-                    const double ref = gridded.realAt(k);
-                    EXPECT_SAME_BITS(ndgrid.realAt(k), ref) << extrap;
-                    EXPECT_SAME_BITS(matrix.realAt(k), ref) << extrap;
-                    EXPECT_SAME_BITS(mesh.realAt(s * p * q + i * q + j), ref) << extrap;
-                }
-    }
 }

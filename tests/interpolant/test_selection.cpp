@@ -8,7 +8,6 @@
 #include "mathinterp/core/Evaluators.hpp"
 #include "mathinterp/interpolant/GridValidation.hpp"
 #include "mathinterp/interpolant/Selection.hpp"
-#include "mathinterp/methods/Cubic1D.hpp"
 #include "mathinterp/methods/Linear1D.hpp"
 #include "mathinterp/methods/Step1D.hpp"
 
@@ -49,24 +48,6 @@ std::pair<mathinterp::MethodPair, W> choose(const char* m, const char* e, const 
 }
 
 } // namespace
-
-TEST(Selection, ParseMethodWord) {
-    using mathinterp::parseMethodWord;
-    EXPECT_EQ(parseMethodWord(text("makima"), true), M::Makima);
-    EXPECT_EQ(parseMethodWord(HostArray::stringScalar("previous"), true), M::Previous);
-    EXPECT_EQ(parseMethodWord(text("none"), false), M::None);
-    const std::vector<std::pair<HostArray, bool>> rejected = {
-        {text("none"), true},        {text("Linear"), true},
-        {text("linear "), true},     {text(""), true},
-        {text("lin\xC3\xA9"), true}, {HostArray::scalar(1), true},
-        {text("nones"), false},      {HostArray::createChar({2, 3}, u"abcdef"), false},
-    };
-    for (const auto& [t, isMethod] : rejected)
-        EXPECT_EQ(raisedId([&] { parseMethodWord(t, isMethod); }),
-                  gi(isMethod ? "BadInterpTypeErrId" : "ExtrapolationMethodInvalid"));
-    EXPECT_EQ(raisedId([] { parseMethodWord(HostArray::missingString(), false); }),
-              "QUARTZ:string:MissingNotSupported");
-}
 
 // Cubic needs three points (else linear) and, unless the grid is the default one, uniform
 // spacing (else spline); next, previous and pchip are one-dimensional (else linear). The
@@ -146,24 +127,6 @@ TEST(Selection, UniformityTolerance) {
     EXPECT_TRUE(isUniformGridVector(
         mathinterp::makeDefaultGrid(HostArray::fromSingles({1000, 1}, std::vector<float>(1000)))
             .getCell(0)));
-}
-
-TEST(Selection, ConstructionStoresFinalWordsAndWarnsOnce) {
-    WarningCounter w;
-    GriddedInterpolant g;
-    EXPECT_EQ(constructId(g, {row({1, 2}), row({5, 7}), HostArray::stringScalar("cubic")}), "");
-    EXPECT_EQ(w.count("CubicNeedsThreeWarnId"), 1);
-    EXPECT_EQ(textOf(g.method()), "linear");
-    EXPECT_EQ(textOf(g.extrapolationMethod()), "linear");
-    const HostArray out = eval(g, {row({1.5, 3})});
-    EXPECT_EQ(out.realAt(0), 6.0);
-    EXPECT_EQ(out.realAt(1), 9.0);
-    EXPECT_EQ(w.total(), 1) << "evaluation repeats no warning";
-    // A default grid of any length is uniform: "cubic" stays (or fails as not built).
-    GriddedInterpolant c;
-    EXPECT_EQ(constructId(c, {oneTo(7), text("cubic")}),
-              (mathinterp::Cubic1D<double, double>::available ? "" : "MethodNotBuilt"));
-    EXPECT_EQ(w.total(), 1);
 }
 
 TEST(Selection, EvaluatorMatchesWordsAndPrecisions) {
