@@ -57,6 +57,17 @@ HostArray points(std::uint64_t m, std::uint64_t d, double hi) {
     });
 }
 
+// A spline's result on q; the interpolant is gone and cached blocks are given back after.
+HostArray referenceOf(std::uint64_t d, std::uint64_t n, const HostArray& q) {
+    HostArray r;
+    {
+        auto R = makeSpline(d, n);
+        r = itest::eval(R, {q});
+    }
+    platform::releaseCachedMemory();
+    return r;
+}
+
 std::string raised(const std::function<void()>& f) {
     try {
         f();
@@ -137,12 +148,7 @@ TEST(MemoryBudget, HighDimensionalSplineTablesAreRefusedUpFront) {
 // served; with the default restored the scattered query gives the unlimited bits.
 TEST(MemoryBudget, RefusedEvaluationsLeaveTheObjectAndTheFigureAsTheyWere) {
     const HostArray q = points(1000, 3, 58.0);
-    HostArray reference;
-    {
-        auto R = makeSpline(3, 59);
-        reference = itest::eval(R, {q});
-    }
-    platform::releaseCachedMemory();
+    const HostArray reference = referenceOf(3, 59, q);
     auto F = makeSpline(3, 59);
     const std::uint64_t live = platform::liveBytes();
     {
@@ -157,8 +163,8 @@ TEST(MemoryBudget, RefusedEvaluationsLeaveTheObjectAndTheFigureAsTheyWere) {
     EXPECT_TRUE(sameBits(itest::eval(F, {q}), reference));
 
     // A gridded output of 90% of physical memory is refused by the default limit.
-    const double physical = static_cast<double>(sysconf(_SC_PHYS_PAGES)) *
-                            static_cast<double>(sysconf(_SC_PAGE_SIZE));
+    const double physical =
+        static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGE_SIZE));
     const auto side = static_cast<std::uint64_t>(std::sqrt(0.9 * physical / 8.0));
     auto L = makeSpline(2, 4, "linear");
     HostArray cell = HostArray::createCell(1, 2);
@@ -182,12 +188,7 @@ TEST(MemoryBudget, RefusedEvaluationsLeaveTheObjectAndTheFigureAsTheyWere) {
 // limit and comes back to its start.
 TEST(MemoryBudget, ConcurrentEvaluationsNeverPassTheLimit) {
     const HostArray q = points(3000, 2, 360.0);
-    HostArray reference;
-    {
-        auto R = makeSpline(2, 362);
-        reference = itest::eval(R, {q});
-    }
-    platform::releaseCachedMemory();
+    const HostArray reference = referenceOf(2, 362, q);
     const std::uint64_t start = platform::liveBytes();
     const std::uint64_t limit = start + 48 * kMiB;
     std::atomic<int> served{0}, refused{0}, wrong{0};
