@@ -8,11 +8,13 @@
 // the slopes of the method's own values. A new method joins through kMethodWords.
 #include "support/Bits.hpp"
 #include "support/Cases.hpp"
+#include "support/Engine.hpp"
 #include "support/SimdLevels.hpp"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <string>
 #include <tuple>
@@ -74,6 +76,19 @@ protected:
         const Combo& c = GetParam();
         return c.grid == ClassId::Single || c.values == ClassId::Single ||
                c.query == ClassId::Single;
+    }
+    // A cell of query vectors, one of m query coordinates per dimension, and the points of
+    // the full grid they span (first dimension fastest).
+    std::pair<HostArray, std::vector<Point>> queryGrid(std::uint64_t m, std::uint64_t seed) const {
+        const std::size_t d = grids.size();
+        std::vector<std::vector<double>> vec(d);
+        HostArray cellQ = HostArray::createCell(1, d);
+        for (std::size_t k = 0; k < d; ++k) {
+            for (const Point& p : queryPoints(grids, m, GetParam().query, seed))
+                vec[k].push_back(p[(k + 1) % d]);
+            cellQ.setCell(k, numericRow(vec[k], GetParam().query));
+        }
+        return {cellQ, sampleGrid<Point>(vec, [](const Point& p) { return p; })};
     }
     // The first 300 queries alone (the scalar kernels) against all of them in one batch
     // (parallel above 2048 queries), and the first 2047 and 2048 as batches of their own
@@ -220,30 +235,8 @@ TEST_P(Conformance, BatchedGriddedAndOneAtATimeRunsAgree) {
     const Combo& c = GetParam();
     auto g = interpolant(cell, values(rough, 2), c.word);
     const std::vector<Point> q = queryPoints(grids, 2049, c.query, 3);
-    // Gridded: the full grid of the query vectors (first dimension fastest) against the
-    // scattered run at the same points.
-    const std::uint64_t per[] = {0, 2049, 46, 13};
-    std::vector<std::vector<double>> vec(c.d);
-    const std::vector<Point> src = queryPoints(grids, per[c.d], c.query, 11);
-    HostArray cellQ = HostArray::createCell(1, c.d);
-    for (std::size_t k = 0; k < c.d; ++k) {
-        for (const Point& p : src)
-            vec[k].push_back(p[(k + 1) % c.d]);
-        cellQ.setCell(k, numericRow(vec[k], c.query));
-    }
-    std::vector<Point> pts;
-    std::uint64_t total = 1;
-    for (auto& v : vec)
-        total *= v.size();
-    for (std::uint64_t i = 0; i < total; ++i) {
-        Point p(c.d);
-        std::uint64_t rest = i;
-        for (std::size_t k = 0; k < c.d; ++k) {
-            p[k] = vec[k][rest % vec[k].size()];
-            rest /= vec[k].size();
-        }
-        pts.push_back(p);
-    }
+    // Gridded: the full grid of the query vectors against the scattered run at its points.
+    const auto [cellQ, pts] = queryGrid(std::array<std::uint64_t, 4>{0, 2049, 46, 13}[c.d], 11);
     const bool bits = c.d == 1 || methodWord(itest::textOf(g.method())).griddedBitsND;
     const double tol = anySingle() ? 1e-5 : 1e-12;
     for (const bool grad : {false, true}) {
@@ -336,6 +329,9 @@ TEST_P(Conformance, ServesAsExtrapolationAndStopsAtNone) {
     auto lin = interpolant(cell, v, "linear");
     auto asExtrap = interpolant(cell, v, "linear", c.word);
     auto none = interpolant(cell, v, c.word, "none");
+    // Two methods take a query grid point by point: the scattered bits.
+    const auto [cellQ, pts] = queryGrid(std::array<std::uint64_t, 4>{0, 300, 17, 7}[c.d], 13);
+    expectSameBits(resultsOf(itest::eval(asExtrap, {cellQ})), at(asExtrap, pts), "gridded");
     for (const bool grad : {false, true}) {
         SCOPED_TRACE(grad ? "gradient" : "value");
         const auto rOwn = at(own, q, grad), rLin = at(lin, q, grad), rEx = at(asExtrap, q, grad),

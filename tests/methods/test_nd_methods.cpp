@@ -3,8 +3,7 @@
 // nearest's ties, index-coded grids of one to twenty dimensions, cubic convolution's phantom
 // layers against an independently extended grid, the N-D spline's two- and three-point
 // dimensions, tensor cubics and table layout (gridded against scattered, value sets, complex
-// planes, tables dropped and index tables kept on new values, allocation failures), and
-// evaluators of two methods that run a query grid point by point.
+// planes, tables dropped and index tables kept on new values, allocation failures).
 #include "mathinterp/core/Evaluators.hpp"
 #include "mathinterp/methods/CubicND.hpp"
 #include "mathinterp/methods/LinearND.hpp"
@@ -53,17 +52,7 @@ std::vector<double> uniform(double a, double h, u64 n) {
 
 // The points of a query grid in output order (dimension 0 fastest).
 std::vector<Point> expand(const Grids& qv) {
-    std::vector<Point> pts(1);
-    for (const auto& q : qv) {
-        std::vector<Point> next;
-        for (double c : q)
-            for (const Point& p : pts) {
-                next.push_back(p);
-                next.back().push_back(c);
-            }
-        pts.swap(next);
-    }
-    return pts;
+    return sampleGrid<Point>(qv, [](const Point& p) { return p; });
 }
 
 // Values f(multi-index) over the grid, dimension 0 fastest.
@@ -95,50 +84,20 @@ struct BitCase {
 };
 
 const double t3 = 1.0 / 3.0, u3 = 1.0 - t3;
+const Grids k3x3{{0, 1, 2}, {0, 1, 2}}, k2x2{{0, 1}, {0, 2}};
+// Corner (2, 0) holds inf, -inf or NaN.
+std::vector<double> corner(double v) {
+    return {1, 5, v, 3, 7, 9, 4, 6, 8};
+}
 const BitCase kBitCases[] = {
-    // Corner (2, 0) holds inf, -inf or NaN: grid lines and nodes beside it keep finite values.
-    {"on x = 1 beside inf",
-     MethodId::Linear,
-     {{0, 1, 2}, {0, 1, 2}},
-     {1, 5, kInf, 3, 7, 9, 4, 6, 8},
-     {1, 0.5},
-     6},
-    {"on x = 1 beside -inf",
-     MethodId::Linear,
-     {{0, 1, 2}, {0, 1, 2}},
-     {1, 5, -kInf, 3, 7, 9, 4, 6, 8},
-     {1, 0.25},
-     5.5},
-    {"on y = 1 beside NaN",
-     MethodId::Linear,
-     {{0, 1, 2}, {0, 1, 2}},
-     {1, 5, kNaN, 3, 7, 9, 4, 6, 8},
-     {1.5, 1},
-     8},
-    {"node beside inf",
-     MethodId::Linear,
-     {{0, 1, 2}, {0, 1, 2}},
-     {1, 5, kInf, 3, 7, 9, 4, 6, 8},
-     {1, 0},
-     5},
-    {"on x = 2 above inf",
-     MethodId::Linear,
-     {{0, 1, 2}, {0, 1, 2}},
-     {1, 5, kInf, 3, 7, 9, 4, 6, 8},
-     {2, 1.5},
-     8.5},
-    {"the infinite node",
-     MethodId::Linear,
-     {{0, 1, 2}, {0, 1, 2}},
-     {1, 5, -kInf, 3, 7, 9, 4, 6, 8},
-     {2, 0},
-     -kInf},
-    {"inside the infinite cell",
-     MethodId::Linear,
-     {{0, 1, 2}, {0, 1, 2}},
-     {1, 5, kInf, 3, 7, 9, 4, 6, 8},
-     {1.5, 0.5},
-     kNaN},
+    // Grid lines and nodes beside a special corner keep finite values.
+    {"on x = 1 beside inf", MethodId::Linear, k3x3, corner(kInf), {1, 0.5}, 6},
+    {"on x = 1 beside -inf", MethodId::Linear, k3x3, corner(-kInf), {1, 0.25}, 5.5},
+    {"on y = 1 beside NaN", MethodId::Linear, k3x3, corner(kNaN), {1.5, 1}, 8},
+    {"node beside inf", MethodId::Linear, k3x3, corner(kInf), {1, 0}, 5},
+    {"on x = 2 above inf", MethodId::Linear, k3x3, corner(kInf), {2, 1.5}, 8.5},
+    {"the infinite node", MethodId::Linear, k3x3, corner(-kInf), {2, 0}, -kInf},
+    {"inside the infinite cell", MethodId::Linear, k3x3, corner(kInf), {1.5, 0.5}, kNaN},
     // t0 = 1: each pair is b + an exact 0; then along y with t1 = 1/3.
     {"zero weight, first pass",
      MethodId::Linear,
@@ -161,10 +120,10 @@ const BitCase kBitCases[] = {
      {1, 2},
      ((0.1 * u3) + (0.2 * t3)) * (1 - 2.0 / 7) + ((0.3 * u3) + (0.7 * t3)) * (2.0 / 7)},
     // Nearest: a tie goes to the upper neighbour, in every dimension.
-    {"nearest tie", MethodId::Nearest, {{0, 1}, {0, 2}}, {1, 2, 3, 4}, {0.5, 0}, 2},
-    {"nearest ties", MethodId::Nearest, {{0, 1}, {0, 2}}, {1, 2, 3, 4}, {0.5, 1}, 4},
-    {"nearest below a tie", MethodId::Nearest, {{0, 1}, {0, 2}}, {1, 2, 3, 4}, {0.4999, 0.9999}, 1},
-    {"nearest far outside", MethodId::Nearest, {{0, 1}, {0, 2}}, {1, 2, 3, 4}, {kInf, -1e300}, 2},
+    {"nearest tie", MethodId::Nearest, k2x2, {1, 2, 3, 4}, {0.5, 0}, 2},
+    {"nearest ties", MethodId::Nearest, k2x2, {1, 2, 3, 4}, {0.5, 1}, 4},
+    {"nearest below a tie", MethodId::Nearest, k2x2, {1, 2, 3, 4}, {0.4999, 0.9999}, 1},
+    {"nearest far outside", MethodId::Nearest, k2x2, {1, 2, 3, 4}, {kInf, -1e300}, 2},
 };
 
 TEST(NDMethods, KernelBitsTable) {
@@ -469,29 +428,6 @@ TEST(SplineND, TablesOnNewValuesAndAllocationFailures) {
     const u64 before = platform::allocationCount();
     EXPECT_THROW(m.evaluateGriddedPlane(q, &out, 1), std::bad_alloc);
     EXPECT_EQ(platform::allocationCount(), before);
-}
-
-// With two methods a query grid is evaluated point by point: each point the bits of its own
-// method's kernel (the spline inside, linear outside, and the other way round).
-TEST(NDMethods, TwoMethodQueryGridsGoPointByPoint) {
-    const auto v = sampleGrid<double>(kSplineGrid, [](const Point& p) {
-        return cubicOf(p[0], 0.5, -1, 2) * cubicOf(p[1], -1, 0.25, 0) + p[2];
-    });
-    const Grids qv{uniform(-1.5, 0.3, 13), {0.1, 1.0, 2.9}, {-2.5, 0.0}};
-    const std::vector<Point> pts = expand(qv);
-    for (const auto& [mi, me] : {std::pair{MethodId::Spline, MethodId::Linear},
-                                 std::pair{MethodId::Linear, MethodId::Spline}}) {
-        const auto two = make(kSplineGrid, v, mi, me);
-        const auto in = make(kSplineGrid, v, mi), out = make(kSplineGrid, v, me);
-        const std::vector<double> gr = evaluateVectors<double>(*two, qv);
-        for (u64 i = 0; i < pts.size(); ++i) {
-            bool inside = true;
-            for (u64 k = 0; k < 3; ++k)
-                inside = inside && pts[i][k] >= kSplineGrid[k].front() &&
-                         pts[i][k] <= kSplineGrid[k].back();
-            EXPECT_SAME_BITS(gr[i], at1(inside ? in : out, pts[i])) << i;
-        }
-    }
 }
 
 } // namespace
