@@ -10,13 +10,10 @@
 #include "support/Bits.hpp"
 #include "support/SimdLevels.hpp"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <random>
-#include <string>
 #include <type_traits>
 #include <vector>
 

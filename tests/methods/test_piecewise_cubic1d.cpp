@@ -16,7 +16,6 @@
 #include <cmath>
 #include <limits>
 #include <random>
-#include <string>
 #include <vector>
 
 using namespace mathinterp;
