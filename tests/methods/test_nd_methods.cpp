@@ -421,9 +421,9 @@ TEST(SplineND, TablesOnNewValuesAndAllocationFailures) {
     }
     EXPECT_GT(failures, 5u);
     // A query grid whose intermediate sizes overflow allocates nothing.
-    const SplineND<double, double>::Pair* tables[2] = {nullptr, nullptr};
-    const u64 lengths[2] = {u64{1} << 40, u64{1} << 40};
-    const GriddedPairs<SplineND<double, double>::Pair> q{tables, lengths, 2, 1};
+    const SplineND<double, double>::Pair* tables[3] = {nullptr, nullptr, nullptr};
+    const u64 lengths[3] = {u64{1} << 40, u64{1} << 40, u64{1} << 40};
+    const GriddedPairs<SplineND<double, double>::Pair> q{tables, lengths, 3, 1};
     double out = 0;
     const u64 before = platform::allocationCount();
     EXPECT_THROW(m.evaluateGriddedPlane(q, &out, 1), std::bad_alloc);
