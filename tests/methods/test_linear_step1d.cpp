@@ -1,20 +1,26 @@
-// Linear1D and the step methods: the bit patterns of the linear rules with NaN and
-// infinities, the step methods at and beside grid points and beyond the grid, for every
-// precision pair and both query precisions.
+// What is special to 1-D linear and the step methods, as tables with one checker each:
+// linear's blend with infinite and NaN values and queries, the weight's rounding in mixed
+// precision, the widths kept over new values; nearest's ties, next and previous beside grid
+// points and beyond the ends; and the 1-D query loop (packed kernels, the bucket index on
+// irregular grids) giving query by query the scalar kernel's bits on the plain search's
+// interval, at every packed level.
+#include "mathinterp/core/Drivers1D.hpp"
 #include "mathinterp/methods/Linear1D.hpp"
 #include "mathinterp/methods/Step1D.hpp"
-
 #include "support/Bits.hpp"
+#include "support/SimdLevels.hpp"
 
-#include <gtest/gtest.h>
-
+#include <algorithm>
 #include <cmath>
 #include <limits>
+#include <random>
+#include <type_traits>
 #include <vector>
 
 using namespace mathinterp;
 
 namespace {
+
 constexpr double inf = std::numeric_limits<double>::infinity();
 const double qnan = std::numeric_limits<double>::quiet_NaN();
 
@@ -23,166 +29,204 @@ auto at(M& m, Q x) {
     m.complete();
     return m.kernel(x, findInterval(m, x));
 }
-} // namespace
 
-TEST(Linear1D, InfiniteEndLeavesTheOtherGridPointExact) {
-    const std::vector<double> x{0.0, 1.0};
-    const std::vector<double> y{inf, 0.0};
-    Linear1D<double, double> m(x.data(), 2, y.data());
-    EXPECT_SAME_BITS(at(m, 1.0), 0.0); // t = 1: y[1], not NaN
-    EXPECT_SAME_BITS(at(m, 0.0), inf); // t = 0: y[0]
-    EXPECT_SAME_BITS(at(m, 0.5), inf); // (1 - 0.5)*inf + 0*0.5: the blend itself
-}
+struct Rows {
+    std::vector<double> x, y;
+    std::vector<std::pair<double, double>> queryWant; // NaN: any NaN
+};
+
+// A weight of 0 or 1 takes the node's value as it is (never inf * 0); the blend itself keeps
+// the arithmetic's infinities; a NaN value reaches only its two intervals.
+const Rows kLinear[] = {
+    {{0, 1}, {inf, 0}, {{1, 0}, {0, inf}, {0.5, inf}}},
+    {{0, 1, 3}, {inf, 0, 2}, {{0.5, inf}, {-1, inf}, {1.5, 0.5}, {3, 2}, {1, 0}}},
+    {{0, 1}, {0, inf}, {{0, 0}, {1, inf}}},
+    {{0, 0.1, 0.7},
+     {5, 5, 5},
+     {{-1e300, 5},
+      {-3, 5},
+      {0, 5},
+      {0.033, 5},
+      {0.1, 5},
+      {0.69999, 5},
+      {0.7, 5},
+      {12, 5},
+      {1e300, 5},
+      {inf, 5},
+      {-inf, 5},
+      {qnan, qnan}}},
+    {{0, 1}, {0, 1}, {{inf, inf}, {-inf, -inf}}},
+    {{0, 1}, {1, 0}, {{inf, -inf}}},
+    {{0, 1, 2, 3}, {0, qnan, 2, 3}, {{0.5, qnan}, {1.5, qnan}, {0, 0}, {2, 2}, {2.5, 2.5}}},
+};
 
 TEST(Linear1D, BlendBitsAndNaNRules) {
-    const std::vector<double> x{0.0, 1.0, 3.0};
-    const std::vector<double> y{inf, 0.0, 2.0};
-    Linear1D<double, double> m(x.data(), 3, y.data());
-    // (1 - t)*inf + 0*t with t = 0.5: inf + 0 = inf.
-    EXPECT_SAME_BITS(at(m, 0.5), inf);
-    // Below the grid t < 0: (1 - t)*inf = inf.
-    EXPECT_SAME_BITS(at(m, -1.0), inf);
-    // Exact blend on a sloped interval: t = 0.25 -> 0.75*0 + 2*0.25.
-    EXPECT_SAME_BITS(at(m, 1.5), 0.5);
-    EXPECT_SAME_BITS(at(m, 3.0), 2.0);
-    EXPECT_SAME_BITS(at(m, 1.0), 0.0);
+    for (const Rows& r : kLinear) {
+        Linear1D<double, double> m(r.x.data(), r.x.size(), r.y.data());
+        for (const auto& [q, want] : r.queryWant) {
+            if (std::isnan(want))
+                EXPECT_TRUE(std::isnan(at(m, q))) << "query " << q;
+            else
+                EXPECT_SAME_BITS(at(m, q), want) << "query " << q << " on " << r.y[0];
+        }
+    }
 }
 
-TEST(Linear1D, InfiniteValueBesideAQueryOnTheOtherNode) {
-    // y = [0, inf]: the query on x[0] has t = 0 and r = 1*0 + inf*0 = NaN, so rule (a).
-    const std::vector<double> x{0.0, 1.0};
-    const std::vector<double> y{0.0, inf};
-    Linear1D<double, double> m(x.data(), 2, y.data());
-    EXPECT_SAME_BITS(at(m, 0.0), 0.0);
-    EXPECT_SAME_BITS(at(m, 1.0), inf);
-}
-
-TEST(Linear1D, ConstantStretchIsExactAndNaNQueryIsNaN) {
-    const std::vector<double> x{0.0, 0.1, 0.7};
-    const std::vector<double> y{5.0, 5.0, 5.0};
-    Linear1D<double, double> m(x.data(), 3, y.data());
-    for (double q : {-1e300, -3.0, 0.0, 0.033, 0.1, 0.69999, 0.7, 12.0, 1e300})
-        EXPECT_SAME_BITS(at(m, q), 5.0) << q;
-    EXPECT_TRUE(std::isnan(at(m, qnan)));
-    // Infinite queries on a constant stretch: r = NaN (inf*0 + ...), rule (c) gives y[i].
-    EXPECT_SAME_BITS(at(m, inf), 5.0);
-    EXPECT_SAME_BITS(at(m, -inf), 5.0);
-}
-
-TEST(Linear1D, InfiniteQueryOnASlopeGivesSignedInfinity) {
-    const std::vector<double> x{0.0, 1.0};
-    const std::vector<double> y{0.0, 1.0};
-    Linear1D<double, double> m(x.data(), 2, y.data());
-    EXPECT_SAME_BITS(at(m, inf), inf);
-    EXPECT_SAME_BITS(at(m, -inf), -inf);
-    const std::vector<double> yd{1.0, 0.0};
-    Linear1D<double, double> d(x.data(), 2, yd.data());
-    EXPECT_SAME_BITS(at(d, inf), -inf);
-}
-
-TEST(Linear1D, NaNValuePoisonsOnlyItsIntervals) {
-    const std::vector<double> x{0.0, 1.0, 2.0, 3.0};
-    const std::vector<double> y{0.0, qnan, 2.0, 3.0};
-    Linear1D<double, double> m(x.data(), 4, y.data());
-    EXPECT_TRUE(std::isnan(at(m, 0.5)));
-    EXPECT_TRUE(std::isnan(at(m, 1.5)));
-    EXPECT_SAME_BITS(at(m, 0.0), 0.0); // t = 0 rule
-    EXPECT_SAME_BITS(at(m, 2.0), 2.0); // interval 2 does not touch the NaN
-    EXPECT_SAME_BITS(at(m, 2.5), 2.5);
-}
-
-TEST(Linear1D, MixedPrecisionRoundsTheWeightToTheValueType) {
-    // Grid double, values single: t is formed in double, then rounded to single.
+// Double grid, single values: t formed in double, then rounded to single. Single grid,
+// double values: the query rounded to the grid type first. The widths are built once and
+// kept when new values come.
+TEST(Linear1D, MixedPrecisionWeightsAndKeptWidths) {
     const std::vector<double> x{0.0, 3.0};
     const std::vector<float> y{0.0f, 1.0f};
     Linear1D<double, float> m(x.data(), 2, y.data());
-    const double q = 1.0;
-    const float t = static_cast<float>(q / 3.0);
-    const float expect = (1.0f - t) * 0.0f + 1.0f * t;
-    EXPECT_SAME_BITS(at(m, q), expect);
-    // Single grid, double values: the query is rounded to the grid type first.
+    const float t = static_cast<float>(1.0 / 3.0);
+    EXPECT_SAME_BITS(at(m, 1.0), (1.0f - t) * 0.0f + 1.0f * t);
     const std::vector<float> xs{0.0f, 3.0f};
-    const std::vector<double> yd{0.0, 1.0};
+    const std::vector<double> yd{0.0, 1.0}, y2{10.0, 20.0};
     Linear1D<float, double> ms(xs.data(), 2, yd.data());
-    const float tq = (static_cast<float>(0.1) - 0.0f) / 3.0f;
-    EXPECT_SAME_BITS(at(ms, 0.1), static_cast<double>(tq));
+    EXPECT_SAME_BITS(at(ms, 0.1), static_cast<double>((static_cast<float>(0.1) - 0.0f) / 3.0f));
+    const auto* widths = ms.intervalWidths.data();
+    ms.rebindValues(y2.data());
+    EXPECT_SAME_BITS(at(ms, 1.5), 15.0);
+    EXPECT_EQ(ms.intervalWidths.data(), widths);
 }
 
-TEST(Linear1D, IntervalWidthsFilledOnceAndKeptOverRebinding) {
-    const std::vector<double> x{0.0, 1.0, 4.0};
-    const std::vector<double> y1{0.0, 1.0, 2.0};
-    const std::vector<double> y2{10.0, 20.0, 30.0};
-    Linear1D<double, double> m(x.data(), 3, y1.data());
-    EXPECT_TRUE(m.intervalWidths.empty());
-    m.complete();
-    ASSERT_EQ(m.intervalWidths.size(), 2u);
-    const double* widths = m.intervalWidths.data();
-    m.rebindValues(y2.data());
-    m.complete();
-    EXPECT_EQ(m.intervalWidths.data(), widths);
-    EXPECT_SAME_BITS(at(m, 2.5), 25.0);
-}
-
-TEST(StepMethods, EdgesTable) {
-    const std::vector<double> x{0.0, 1.0, 2.0};
-    const std::vector<double> y{10.0, 20.0, 30.0};
-    Nearest1D<double, double> ne(x.data(), 3, y.data());
-    Next1D<double, double> nx(x.data(), 3, y.data());
-    Previous1D<double, double> pv(x.data(), 3, y.data());
-    const double below = -0.5, above = 2.5, justAbove = std::nextafter(2.0, 3.0);
-    EXPECT_EQ(at(ne, below), 10.0);
-    EXPECT_EQ(at(ne, above), 30.0);
-    EXPECT_EQ(at(nx, below), 10.0);
-    EXPECT_TRUE(std::isnan(at(nx, justAbove)));
-    EXPECT_TRUE(std::isnan(at(pv, std::nextafter(0.0, -1.0))));
-    EXPECT_EQ(at(pv, above), 30.0);
-    for (int k = 0; k < 3; ++k) {
-        EXPECT_EQ(at(ne, x[k]), y[k]);
-        EXPECT_EQ(at(nx, x[k]), y[k]);
-        EXPECT_EQ(at(pv, x[k]), y[k]);
-    }
-    for (double q : {qnan}) {
-        EXPECT_SAME_BITS(at(ne, q), engineNaN<double>());
-        EXPECT_SAME_BITS(at(nx, q), engineNaN<double>());
-        EXPECT_SAME_BITS(at(pv, q), engineNaN<double>());
-    }
-}
-
-TEST(StepMethods, BesideGridPointsAndTies) {
-    const std::vector<double> x{0.0, 1.0, 2.0, 4.0};
-    const std::vector<double> y{1.0, 2.0, 3.0, 4.0};
+// Nearest: a tie takes the upper neighbour. Next and previous: beside a grid point the next
+// or previous node; beyond their end, NaN.
+TEST(StepMethods, TiesAndNeighbours) {
+    const std::vector<double> x{0.0, 1.0, 2.0, 4.0}, y{1.0, 2.0, 3.0, 4.0};
     Nearest1D<double, double> ne(x.data(), 4, y.data());
     Next1D<double, double> nx(x.data(), 4, y.data());
     Previous1D<double, double> pv(x.data(), 4, y.data());
-    EXPECT_EQ(at(ne, 0.5), 2.0) << "a tie takes the upper neighbour";
-    EXPECT_EQ(at(ne, 3.0), 4.0);
-    EXPECT_EQ(at(ne, std::nextafter(0.5, 0.0)), 1.0);
-    EXPECT_EQ(at(nx, std::nextafter(1.0, 0.0)), 2.0);
-    EXPECT_EQ(at(nx, std::nextafter(1.0, 2.0)), 3.0);
-    EXPECT_EQ(at(pv, std::nextafter(1.0, 0.0)), 1.0);
-    EXPECT_EQ(at(pv, std::nextafter(1.0, 2.0)), 2.0);
-    EXPECT_EQ(at(pv, 3.9), 3.0);
-    EXPECT_EQ(at(nx, 2.1), 4.0);
-}
-
-TEST(StepMethods, DoubleQueryIsNotRoundedOntoASingleGrid) {
-    // 0.1 as double lies below 0.1f; next and previous must see that.
-    const std::vector<float> x{0.0f, 0.1f, 0.2f};
-    const std::vector<float> y{1.0f, 2.0f, 3.0f};
-    Next1D<float, float> nx(x.data(), 3, y.data());
-    Previous1D<float, float> pv(x.data(), 3, y.data());
+    struct Case {
+        char method;
+        double q, want;
+    };
+    const Case cases[] = {
+        {'n', 0.5, 2},
+        {'n', 3.0, 4},
+        {'n', std::nextafter(0.5, 0.0), 1},
+        {'n', -0.5, 1},
+        {'n', 4.5, 4},
+        {'x', -0.5, 1},
+        {'x', std::nextafter(1.0, 0.0), 2},
+        {'x', 2.1, 4},
+        {'x', std::nextafter(1.0, 2.0), 3},
+        {'x', std::nextafter(4.0, 5.0), qnan},
+        {'p', std::nextafter(1.0, 0.0), 1},
+        {'p', std::nextafter(1.0, 2.0), 2},
+        {'p', 3.9, 3},
+        {'p', 4.5, 4},
+        {'p', std::nextafter(0.0, -1.0), qnan},
+    };
+    for (const Case& c : cases) {
+        const double r = c.method == 'n'   ? at(ne, c.q)
+                         : c.method == 'x' ? at(nx, c.q)
+                                           : at(pv, c.q);
+        if (std::isnan(c.want))
+            EXPECT_TRUE(std::isnan(r)) << c.method << " " << c.q;
+        else
+            EXPECT_EQ(r, c.want) << c.method << " " << c.q;
+    }
+    // 0.1 as double lies below 0.1f: a double query is not rounded onto a single grid.
+    const std::vector<float> xf{0.0f, 0.1f, 0.2f}, yf{1.0f, 2.0f, 3.0f};
+    Next1D<float, float> nxf(xf.data(), 3, yf.data());
+    Previous1D<float, float> pvf(xf.data(), 3, yf.data());
     ASSERT_LT(0.1, static_cast<double>(0.1f));
-    EXPECT_EQ(at(nx, 0.1), 2.0f);
-    EXPECT_EQ(at(pv, 0.1), 1.0f);
-    EXPECT_EQ(at(pv, 0.1f), 2.0f);
+    EXPECT_EQ(at(nxf, 0.1), 2.0f);
+    EXPECT_EQ(at(pvf, 0.1), 1.0f);
+    EXPECT_EQ(at(pvf, 0.1f), 2.0f);
 }
 
 TEST(StepMethods, ConstantIsAlwaysTheEngineNaN) {
-    const std::vector<float> x{0.0f, 1.0f};
-    const std::vector<float> y{1.0f, 2.0f};
+    const std::vector<float> x{0.0f, 1.0f}, y{1.0f, 2.0f};
     Constant1D<float, float> c(x.data(), 2, y.data());
     EXPECT_SAME_BITS(c.kernel(5.0, 0), engineNaN<float>());
     EXPECT_SAME_BITS(c.kernel(std::numeric_limits<float>::quiet_NaN(), 0), engineNaN<float>());
     EXPECT_EQ(testsupport::bitsOf(engineNaN<float>()), 0xFFC00000u);
     EXPECT_EQ(testsupport::bitsOf(engineNaN<double>()), 0xFFF8000000000000ull);
 }
+
+// Grids for the query loop: uniform but not arithmetic (cell ends loaded), integers
+// (arithmetic: cell ends computed), sorted random and geometric (the bucket index), with
+// equal neighbours, an infinite and a NaN value.
+template <class T>
+std::vector<std::pair<std::vector<T>, std::vector<T>>> loopGrids() {
+    std::mt19937_64 rng(11);
+    std::uniform_real_distribution<double> u(0.0, 1000.0);
+    std::vector<std::vector<double>> raw(4);
+    for (int i = 0; i < 300; ++i) {
+        raw[0].push_back(i / 299.0);
+        raw[1].push_back(i);
+    }
+    for (int i = 0; i < 500; ++i)
+        raw[2].push_back(u(rng));
+    std::sort(raw[2].begin(), raw[2].end());
+    for (int i = 0; i < 400; ++i)
+        raw[3].push_back(std::pow(1e6, i / 399.0) - 1.0);
+    std::vector<std::pair<std::vector<T>, std::vector<T>>> sets;
+    for (const auto& g : raw) {
+        std::vector<T> x, y;
+        for (const double v : g)
+            if (x.empty() || static_cast<T>(v) > x.back()) x.push_back(T(v));
+        for (std::size_t i = 0; i < x.size(); ++i)
+            y.push_back(static_cast<T>(std::sin(0.37 * double(i)) * 5));
+        y[5] = y[6];
+        y[10] = std::numeric_limits<T>::infinity();
+        y[14] = std::numeric_limits<T>::quiet_NaN();
+        sets.emplace_back(x, y);
+    }
+    return sets;
+}
+
+// On, just beside and half-way between grid points, NaN inside groups, infinities, and an
+// odd count of random queries (a tail shorter than a group).
+template <class T>
+std::vector<T> loopQueries(const std::vector<T>& g) {
+    const T tinf = std::numeric_limits<T>::infinity(), tnan = std::numeric_limits<T>::quiet_NaN();
+    std::vector<T> q = {tnan, -tinf, tinf};
+    for (std::size_t i = 0; i < g.size(); ++i) {
+        q.insert(q.end(), {g[i], std::nextafter(g[i], -tinf), std::nextafter(g[i], tinf)});
+        if (i + 1 < g.size()) q.push_back((g[i] + g[i + 1]) / 2);
+        if (i % 7 == 0) q.push_back(tnan);
+    }
+    std::mt19937_64 rng(5);
+    std::uniform_real_distribution<double> u(double(g.front()) - 10, double(g.back()) + 10);
+    for (int k = 0; k < 3001; ++k)
+        q.push_back(static_cast<T>(u(rng)));
+    return q;
+}
+
+template <template <class, class> class M, class T>
+void checkQueryLoop() {
+    for (const auto& [grid, values] : loopGrids<T>()) {
+        const std::vector<T> x = loopQueries(grid);
+        testsupport::forEachSimdLevel([&] {
+            M<T, T> m(grid.data(), grid.size(), values.data());
+            m.complete();
+            if constexpr (std::is_same_v<T, double>) { // else the check would prove nothing
+                ASSERT_EQ(m.simdUsable(), simd::avx2Available());
+            }
+            std::vector<T> out(x.size());
+            const QueryColumns<T> cols(x.data(), 1, x.size());
+            InterpScatteredQueriesFtor1D<M<T, T>, T> f{&m, &cols, out.data(), 1};
+            f(0, x.size());
+            const GridAxis<T> plain(grid.data(), grid.size());
+            const IntervalSearch<T, T> search(plain);
+            for (std::size_t q = 0; q < x.size(); ++q)
+                ASSERT_SAME_BITS(out[q], m.kernel(x[q], search.find(x[q])))
+                    << "query " << q << " = " << x[q] << ", grid of " << grid.size();
+        });
+    }
+}
+
+TEST(Packed1D, QueryLoopGivesTheScalarKernelsBits) {
+    checkQueryLoop<Linear1D, double>();
+    checkQueryLoop<Linear1D, float>();
+    checkQueryLoop<Nearest1D, double>();
+    checkQueryLoop<Next1D, double>();
+    checkQueryLoop<Previous1D, double>();
+    checkQueryLoop<Nearest1D, float>();
+}
+
+} // namespace

@@ -61,4 +61,5 @@ template <class T>
 } // namespace testsupport
 
 #define EXPECT_SAME_BITS(a, b) EXPECT_TRUE(::testsupport::sameBits((a), (b)))
+#define ASSERT_SAME_BITS(a, b) ASSERT_TRUE(::testsupport::sameBits((a), (b)))
 #define EXPECT_ULP_CLOSE(a, b, n) EXPECT_TRUE(::testsupport::ulpClose((a), (b), (n)))

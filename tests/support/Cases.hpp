@@ -33,8 +33,8 @@ struct MethodWord {
     bool griddedBitsND;
 };
 inline constexpr MethodWord kMethodWords[] = {
-    {"linear", 1, true, true},  {"nearest", 0, true, true},   {"next", 0, true, true},
-    {"previous", 0, true, true}, {"pchip", 1, false, true},    {"cubic", 2, false, false},
+    {"linear", 1, true, true},   {"nearest", 0, true, true}, {"next", 0, true, true},
+    {"previous", 0, true, true}, {"pchip", 1, false, true},  {"cubic", 2, false, false},
     {"spline", 3, false, false}, {"makima", 1, true, true},
 };
 inline const MethodWord& methodWord(const std::string& word) {
@@ -49,8 +49,8 @@ inline double roundTo(ClassId c, double v) {
 
 // Grid vectors (as the class will hold them): n points from -1.5 in steps of 0.5, or the same
 // moved by up to 0.1 for an irregular grid.
-inline std::vector<std::vector<double>> makeGrids(const std::vector<std::uint64_t>& n,
-                                                  ClassId cls, bool irregular) {
+inline std::vector<std::vector<double>> makeGrids(const std::vector<std::uint64_t>& n, ClassId cls,
+                                                  bool irregular) {
     std::vector<std::vector<double>> g(n.size());
     for (std::size_t k = 0; k < n.size(); ++k)
         for (std::uint64_t i = 0; i < n[k]; ++i) {
@@ -180,10 +180,13 @@ inline mathinterp::GriddedInterpolant interpolant(const HostArray& grid, const H
     return g;
 }
 
+// Values (or, with `grad`, gradients: component after component, value set after set) at
+// the points, as resultsOf lays them out.
 inline std::vector<double> evalPoints(mathinterp::GriddedInterpolant& g,
-                                      const std::vector<Point>& q, std::size_t d, ClassId qcls) {
+                                      const std::vector<Point>& q, std::size_t d, ClassId qcls,
+                                      bool grad = false) {
     const HostArray m = pointMatrix(q, d, qcls);
-    return resultsOf(itest::eval(g, {m}));
+    return resultsOf(grad ? g.gradient(1, &m) : itest::eval(g, {m}));
 }
 
 } // namespace testsupport
