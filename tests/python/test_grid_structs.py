@@ -1,5 +1,6 @@
 """gridStructsInterpFcn from Python: dicts and object arrays of dicts in, object arrays of
-dicts out (shaped by the query vectors), results equal to griddedInterpolant per element."""
+dicts out (shaped by the query vectors), results equal to griddedInterpolant per element. The
+gateway's words, clamping and error texts are the C++ suite's (tests/gateways)."""
 import gc
 
 import numpy as np
@@ -39,34 +40,6 @@ def test_matches_interpolant_element_by_element(method, extrap):
         expect = F((qx, qy))
         got = np.array([[out[i, j][name][index] for j in range(5)] for i in range(7)])
         np.testing.assert_array_equal(got, expect)
-
-
-def test_boundary_clamps_a_copy_and_defaults_are_linear():
-    recs = records()
-    qx, qy = np.array([-5.0, 0.5, 9.0]), np.array([10.0])
-    before = (qx.copy(), qy.copy())
-    (b,) = mathinterp.gridStructsInterpFcn((x, y), (recs,), (qx, qy), "linear", "boundary")
-    (d,) = mathinterp.gridStructsInterpFcn((x, y), (recs,), (qx, qy))
-    (lin,) = mathinterp.gridStructsInterpFcn((x, y), (recs,), (qx, qy), "linear", "linear")
-    np.testing.assert_array_equal(qx, before[0])
-    np.testing.assert_array_equal(qy, before[1])
-    assert b.shape == (3, 1)
-    np.testing.assert_array_equal(b[0, 0]["p"], recs[0, -1]["p"])
-    np.testing.assert_array_equal(b[2, 0]["z"], recs[-1, -1]["z"])
-    for i in range(3):
-        np.testing.assert_array_equal(d[i, 0]["p"], lin[i, 0]["p"])
-
-
-def test_errors_keep_their_literal_texts():
-    recs = records()
-    with pytest.raises(mathinterp.InterpolationError, match="Extrapolation must be nearest or linear."):
-        mathinterp.gridStructsInterpFcn((x, y), (recs,), (x, y), "linear", 3.0)
-    with pytest.raises(mathinterp.InterpolationError, match="class or numel mismatch"):
-        bad = records()
-        bad[1, 1] = {"p": np.array([1.0, 2.0]), "z": bad[1, 1]["z"]}
-        mathinterp.gridStructsInterpFcn((x, y), (bad,), (x, y))
-    with pytest.raises(mathinterp.InterpolationError, match="matching the grid size"):
-        mathinterp.gridStructsInterpFcn((x, y), (recs.T,), (x, y))
 
 
 def test_result_arrays_are_independent_and_outlive_the_result():
