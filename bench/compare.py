@@ -321,6 +321,8 @@ CASES = [
          {"scipy RegularGrid": rgi_peer("linear")}),
     Case("3-D spline 100^3", "spline", data_nd((100, 100, 100), 10), mi_2d("spline"),
          {"map_coordinates(3)": map_coordinates_nd}, tolerance=np.inf),
+    Case("3-D cubic 100^3", "cubic", data_nd((100, 100, 100), 10), mi_2d("cubic"),
+         {"map_coordinates(3)": map_coordinates_nd}, tolerance=np.inf),
     Case("2-D linear gridded 2000^2", "linear", data_gridded(300, 2000), mi_gridded("linear"),
          {"scipy interpn": interpn_gridded}),
     Case("2-D spline gridded 2000^2", "spline", data_gridded(300, 2000), mi_gridded("spline"),

@@ -117,8 +117,8 @@ public:
         }
     }
 
-    // The packed scattered path: double grid, values and queries, d = 2, AVX2 (eight lanes
-    // with AVX-512), and a value plane small enough for 32-bit offsets.
+    // The packed scattered path: double grid, values and queries, d = 2 or 3, AVX2 (eight
+    // lanes with AVX-512 in 2-D), and a value plane small enough for 32-bit offsets.
     template <class Q>
     static constexpr bool hasSimdPath = simd::allDouble<G, V, Q>;
     bool simdUsable() const noexcept { return !simdAxes.empty(); }
@@ -126,13 +126,14 @@ public:
     // Queries [b, e) of d = D columns; one(q) evaluates query q the scalar way.
     template <u64 D, class Q, class One>
     void scatteredSimd(const Q* const* col, u64 b, u64 e, V* out, u64 stride, One&& one) const {
-        if constexpr (hasSimdPath<Q> && D == 2) {
+        if constexpr (hasSimdPath<Q> && (D == 2 || D == 3)) {
 #ifdef MATHINTERP_SIMD
-            if (eightLanes)
+            if (D == 2 && eightLanes)
                 return simd::cubicScattered2x8(simdAxes.data(), this->values, col, b, e, out,
                                                stride, one);
 #endif
-            simd::cubicScattered2(simdAxes.data(), this->values, col, b, e, out, stride, one);
+            simd::cubicScattered<static_cast<int>(D)>(simdAxes.data(), this->values, col, b, e,
+                                                      out, stride, one);
         } else {
             for (u64 q = b; q < e; ++q)
                 out[q * stride] = one(q);
@@ -266,12 +267,14 @@ private:
 
     void prepareSimd() {
         if constexpr (hasSimdPath<double>) {
-            if (!simd::avx2Available() || this->numDims != 2) return;
+            const u64 d = this->numDims;
+            if (!simd::avx2Available() || d < 2 || d > 3) return;
             if (totalValues >= (u64{1} << 31)) return;
             // Interior cells (the only packed ones) need four points in each dimension.
-            if (this->gridSizes[0] < 4 || this->gridSizes[1] < 4) return;
-            platform::HostVector<simd::SimdAxis> axes(2);
-            for (u64 k = 0; k < 2; ++k) {
+            for (u64 k = 0; k < d; ++k)
+                if (this->gridSizes[k] < 4) return;
+            platform::HostVector<simd::SimdAxis> axes(d);
+            for (u64 k = 0; k < d; ++k) {
                 axes[k] = simd::simdAxis(this->gridVectors[k], this->gridSizes[k],
                                          this->meanSpacing[k], this->strides[k]);
             }

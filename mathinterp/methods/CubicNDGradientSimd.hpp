@@ -85,18 +85,10 @@ __attribute__((target("avx2"))) inline void reduceCubicGradient(const double* va
     const PackedCubicWeights d0 = packedCubicWeightDerivatives(g.t[0]);
     __m256d rows[4], drows[4];
     for (int r = 0; r < 4; ++r) {
-        const __m256d a = _mm256_loadu_pd(values + g.first[0] + r * s1);
-        const __m256d bb = _mm256_loadu_pd(values + g.first[1] + r * s1);
-        const __m256d c = _mm256_loadu_pd(values + g.first[2] + r * s1);
-        const __m256d d = _mm256_loadu_pd(values + g.first[3] + r * s1);
-        const __m256d lo01 = _mm256_unpacklo_pd(a, bb), hi01 = _mm256_unpackhi_pd(a, bb);
-        const __m256d lo23 = _mm256_unpacklo_pd(c, d), hi23 = _mm256_unpackhi_pd(c, d);
-        const __m256d v0 = _mm256_permute2f128_pd(lo01, lo23, 0x20);
-        const __m256d v1 = _mm256_permute2f128_pd(hi01, hi23, 0x20);
-        const __m256d v2 = _mm256_permute2f128_pd(lo01, lo23, 0x31);
-        const __m256d v3 = _mm256_permute2f128_pd(hi01, hi23, 0x31);
-        drows[r] = convolve4(d0, v0, v1, v2, v3);
-        rows[r] = convolve4(w0, v0, v1, v2, v3);
+        __m256d v[4];
+        loadRows(values, g.first, r * s1, v);
+        drows[r] = convolve4(d0, v[0], v[1], v[2], v[3]);
+        rows[r] = convolve4(w0, v[0], v[1], v[2], v[3]);
     }
     const PackedCubicWeights w1 = packedCubicWeights(g.t[1]);
     const PackedCubicWeights d1 = packedCubicWeightDerivatives(g.t[1]);
