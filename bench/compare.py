@@ -131,6 +131,18 @@ def map_coordinates_1d(d):
     return lambda: nd.map_coordinates(coeffs, coords, order=3, prefilter=False)
 
 
+def copy_three_times(d):
+    """A floor for a memory-bound 1-D query loop: three copies of the queries."""
+    out = np.empty_like(d["xq"])
+
+    def run():
+        for _ in range(3):
+            np.copyto(out, d["xq"])
+        return out
+
+    return run
+
+
 def data_nd(shape, nq_divisor):
     """Uniform unit-spaced grids (so map_coordinates indices equal coordinates)."""
 
@@ -300,6 +312,9 @@ CASES = [
     # 100^3 grids with a tenth of the queries, 2000^2 gridded output.
     Case("1-D linear uniform", "linear", data_1d_uniform, mi_1d("linear"),
          {"numpy.interp": numpy_interp}),
+    # The same query loop against three copies of its queries (goal: within 3x, ratio >= 1.1).
+    Case("1-D linear uniform vs copies", "linear", data_1d_uniform, mi_1d("linear"),
+         {"3 x np.copyto": copy_three_times}, tolerance=np.inf),
     Case("1-D cubic uniform", "cubic", data_1d_uniform, mi_1d("cubic"),
          {"map_coordinates(3)": map_coordinates_1d}, tolerance=np.inf),
     Case("1-D makima uniform", "makima", data_1d_uniform, mi_1d("makima"),

@@ -18,22 +18,27 @@ public:
     static constexpr bool available = true;
     NearestND(const G* const* grids, const u64* sizes, const V* valuesPlane, u64 d)
         : InterpMethodND<G, V>(grids, sizes, valuesPlane, d) {
-        if constexpr (hasSimdPath<double>) {
+        if constexpr (hasSimdPath<double> || hasSimdPath<float>) {
             u64 total = 1;
             for (u64 k = 0; k < d; ++k)
                 total *= sizes[k]; // checked against overflow when the values were stored
             if (!simd::avx2Available() || d < 2 || d > 3 || total >= (u64{1} << 31)) return;
             simdAxes.resize(d);
-            for (u64 k = 0; k < d; ++k)
-                simdAxes[k] = simd::simdAxis(grids[k], sizes[k], this->meanSpacing[k],
-                                             this->strides[k]);
+            for (u64 k = 0; k < d; ++k) {
+                if constexpr (std::is_same_v<G, double>)
+                    simdAxes[k] =
+                        simd::simdAxis(grids[k], sizes[k], this->meanSpacing[k], this->strides[k]);
+                else
+                    simdAxes[k] =
+                        simd::simdAxisF(grids[k], sizes[k], this->meanSpacing[k], this->strides[k]);
+            }
         }
     }
 
-    // The packed scattered path: double grid, values and queries, d = 2 or 3, AVX2, and a
-    // value plane small enough for 32-bit offsets.
+    // The packed scattered path: double (four lanes) or single (eight lanes) grid, values and
+    // queries, d = 2 or 3, AVX2, and a value plane small enough for 32-bit offsets.
     template <class Q>
-    static constexpr bool hasSimdPath = simd::allDouble<G, V, Q>;
+    static constexpr bool hasSimdPath = simd::allDouble<G, V, Q> || simd::allSingle<G, V, Q>;
     bool simdUsable() const noexcept { return !simdAxes.empty(); }
 
     // Queries [b, e) of d = D columns; one(q) evaluates query q the scalar way.
@@ -80,7 +85,9 @@ public:
     }
 
 private:
-    platform::HostVector<simd::SimdAxis> simdAxes; // empty: the packed path is off
+    // The packed search's view of each dimension (empty: the packed path is off).
+    using Axis = std::conditional_t<std::is_same_v<G, float>, simd::SimdAxisF, simd::SimdAxis>;
+    platform::HostVector<Axis> simdAxes;
 };
 
 } // namespace mathinterp

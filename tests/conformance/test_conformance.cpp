@@ -319,7 +319,9 @@ TEST_P(Conformance, GradientIsTheSlopeOfItsOwnValues) {
             bool node = false; // a kink or the grid's end between the two samples
             for (double v : grids[j])
                 node = node || (v >= down[i][j] && v <= up[i][j]);
-            if (node) continue;
+            // Outside, single precision's wide step meets the large third derivative of an
+            // extrapolating cubic (percent errors); the double cases check outside.
+            if (node || (anySingle() && !inside(q[i]))) continue;
             const double fdv = (fu[i] - fd[i]) / (up[i][j] - down[i][j]);
             EXPECT_NEAR(gij, fdv, tol * (1 + std::abs(fdv))) << "point " << i << " dimension " << j;
         }

@@ -125,7 +125,7 @@ inline double rough(std::uint64_t set, const Point& p) {
 }
 
 // m query points, coordinates of the query class: inside, up to 0.6 outside on either side,
-// on grid points, and every 97th point with a NaN coordinate.
+// on grid points, half-way between them, and every 97th point with a NaN coordinate.
 inline std::vector<Point> queryPoints(const std::vector<std::vector<double>>& g, std::uint64_t m,
                                       ClassId qcls, std::uint64_t seed = 1) {
     std::vector<Point> q(m, Point(g.size()));
@@ -139,6 +139,11 @@ inline std::vector<Point> queryPoints(const std::vector<std::vector<double>>& g,
             const std::vector<double>& x = g[k];
             double v = x.front() - 0.6 + next() * (x.back() - x.front() + 1.2);
             if (i % 5 == 1) v = x[std::uint64_t(next() * double(x.size())) % x.size()];
+            if (i % 5 == 2 && x.size() > 1) { // half-way: nearest's ties
+                const std::uint64_t j =
+                    std::uint64_t(next() * double(x.size() - 1)) % (x.size() - 1);
+                v = 0.5 * (x[j] + x[j + 1]);
+            }
             if (i % 97 == 3 && k + 1 == g.size()) v = std::nan("");
             q[i][k] = roundTo(qcls, v);
         }
