@@ -6,9 +6,11 @@
 // once-guards, so concurrent first evaluations from several host threads are safe.
 #pragma once
 
+#include "mathinterp/core/BucketIndex.hpp"
 #include "mathinterp/core/OnceGuard.hpp"
 #include "mathinterp/methods/CubicConvolution.hpp"
 #include "mathinterp/methods/InterpMethod1D.hpp"
+#include "mathinterp/methods/Packed1D.hpp"
 
 #include <platform/HostAllocator.hpp>
 
@@ -31,6 +33,8 @@ public:
             const G* x = this->gridPoints;
             for (u64 k = 0; k < intervalCount; ++k)
                 h[k] = x[k + 1] - x[k];
+            // Four points at least: an interior cell's four values are then in the plane.
+            packed_.build(x, this->numPoints, this->meanSpacing, BucketIndex{}, 4);
             spacings.swap(h);
         });
         ghostsGuard_.ensure([this] {
@@ -52,6 +56,18 @@ public:
     void rebindValues(const V* plane) noexcept {
         this->values = plane;
         ghostsGuard_.reset();
+    }
+
+    // The packed path (see Packed1D.hpp): double grid, values and queries, AVX2; the end
+    // cells (ghost values) take this kernel.
+    template <class Q>
+    static constexpr bool hasSimdPath = simd::allDouble<G, V, Q>;
+    bool simdUsable() const noexcept { return spacingsGuard_.ready() && packed_.usable; }
+    template <class Q, class One>
+    void scatteredSimd(const Q* x, u64 b, u64 e, V* out, u64 stride, One&& one) const {
+        if constexpr (hasSimdPath<Q>)
+            simd::scattered1D<simd::Kind1D::Cubic>(packed_.axis, this->values, x, b, e, out, stride,
+                                                   one);
     }
 
     template <class Q>
@@ -79,6 +95,7 @@ public:
     V rightGhost = V(0);              // y[n] = (y[n-1] - y[n-2])*3 + y[n-3]
 
 private:
+    simd::Packed1DAxis<G> packed_;
     OnceGuard spacingsGuard_;
     OnceGuard ghostsGuard_;
 };
