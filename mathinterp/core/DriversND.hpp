@@ -256,7 +256,7 @@ struct InterpExtrapScatteredQueriesFtorND {
         u64* idx = s.indices.data();
         const u64 d = mi.numDims;
         const Q* const* col = queries->columns.data();
-        for (u64 q = b; q < e; ++q) {
+        auto point = [&](u64 q) {
             bool inside = true;
             for (u64 k = 0; k < d; ++k) {
                 bool in;
@@ -277,6 +277,46 @@ struct InterpExtrapScatteredQueriesFtorND {
             } else {
                 out[q * stride] = me.kernel(pe, s.bufE);
             }
+        };
+        if constexpr (detail::HasSimdPath<MI, Q>) {
+            if (mi.simdUsable() && (d == 2 || d == 3)) {
+                if (d == 2)
+                    packedThenOutside<2>(b, e, s, point);
+                else
+                    packedThenOutside<3>(b, e, s, point);
+                return;
+            }
+        }
+        for (u64 q = b; q < e; ++q)
+            point(q);
+    }
+
+    // The interpolation method's packed kernel for every query (the same bits as its scalar
+    // kernel inside the grid), then the points outside it (or with a NaN coordinate) again,
+    // the scalar way: they take the extrapolation method.
+    template <u64 D, class Scratch, class Point>
+    void packedThenOutside(u64 b, u64 e, Scratch& s, Point& point) const {
+        const MI& mi = *method;
+        const Q* const* col = queries->columns.data();
+        auto one = [&](u64 q) {
+            typename MI::Pair p[D];
+            for (u64 k = 0; k < D; ++k)
+                p[k] = mi.makePair(k, col[k][q], search[k].find(col[k][q]));
+            return mi.kernel(p, s.bufI);
+        };
+        mi.template scatteredSimd<D>(col, b, e, out, stride, one);
+        G lo[D], hi[D];
+        for (u64 k = 0; k < D; ++k) {
+            lo[k] = mi.gridVectors[k][0];
+            hi[k] = mi.gridVectors[k][mi.gridSizes[k] - 1];
+        }
+        for (u64 q = b; q < e; ++q) {
+            bool inside = true;
+            for (u64 k = 0; k < D; ++k) {
+                const Q x = col[k][q];
+                inside = inside && (x >= lo[k] && x <= hi[k]); // NaN is outside
+            }
+            if (!inside) point(q);
         }
     }
 };
