@@ -321,7 +321,7 @@ struct InterpExtrapScatteredQueriesFtorND {
     }
 };
 
-template <class G, class V, class M>
+template <class G, class V, class M, class Scratch = detail::NDScratchSet<M, NoMethod>>
 struct InterpGriddedQueriesFtorND {
     using Pair = typename M::Pair;
     const M* method;
@@ -330,7 +330,7 @@ struct InterpGriddedQueriesFtorND {
     u64 total;
     V* out;
     u64 stride;
-    detail::NDScratchSet<M, NoMethod>* scratch;
+    Scratch* scratch;
 
     void operator()(u64 b, u64 e) const {
         const M& m = *method;
@@ -450,6 +450,13 @@ public:
     const PairI* const* pairsI() const noexcept { return ptrI_.data(); }
     const PairE* const* pairsE() const noexcept { return ptrE_.data(); }
     const unsigned char* const* inside() const noexcept { return ptrIn_.data(); }
+    // Two methods: every query coordinate lies in its grid's range (no NaN).
+    bool allInside() const noexcept {
+        for (const auto& in : inside_)
+            for (const unsigned char b : in)
+                if (!b) return false;
+        return true;
+    }
     GriddedPairs<PairI> view() const noexcept {
         return {ptrI_.data(), lengths_.data(), numDims(), total_};
     }
@@ -480,6 +487,16 @@ void runGriddedPlaneND(const MI& mi, const ME* me, const GriddedTablesND<MI, ME>
                                                out, stride,     &scratch};
         forEachRange(t.total(), f);
     } else {
+        // Every point inside: the interpolation method alone, on the same pairs (so the same
+        // bits), through its whole-plane path where it has one.
+        if (t.allInside()) {
+            if constexpr (detail::HasSeparableGridded<MI>)
+                if (mi.evaluateGriddedSeparable(t.view(), out, stride)) return;
+            InterpGriddedQueriesFtorND<G, V, MI, detail::NDScratchSet<MI, ME>> f{
+                &mi, t.pairsI(), t.lengths(), t.total(), out, stride, &scratch};
+            forEachRange(t.total(), f);
+            return;
+        }
         InterpExtrapGriddedQueriesFtorND<G, V, MI, ME> f{
             &mi,         me,        t.pairsI(), t.pairsE(), t.inside(),
             t.lengths(), t.total(), out,        stride,     &scratch};

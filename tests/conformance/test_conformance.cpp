@@ -339,6 +339,16 @@ TEST_P(Conformance, ServesAsExtrapolationAndStopsAtNone) {
     // Two methods take a query grid point by point: the scattered bits.
     const auto [cellQ, pts] = queryGrid(std::array<std::uint64_t, 4>{0, 300, 17, 7}[c.d], 13);
     expectSameBits(resultsOf(itest::eval(asExtrap, {cellQ})), at(asExtrap, pts), "gridded");
+    // A query grid wholly inside (the cells' middles): "none" gives the method's own scattered
+    // bits.
+    std::vector<std::vector<double>> mid(c.d);
+    for (std::size_t k = 0; k < c.d; ++k)
+        for (std::size_t i = 0; i + 1 < grids[k].size(); ++i)
+            mid[k].push_back(roundTo(c.query, 0.5 * (grids[k][i] + grids[k][i + 1])));
+    const HostArray inCell = gridCell(mid, c.query);
+    expectSameBits(resultsOf(itest::eval(none, {inCell})),
+                   at(own, sampleGrid<Point>(mid, [](const Point& p) { return p; })),
+                   "gridded inside with none");
     for (const bool grad : {false, true}) {
         SCOPED_TRACE(grad ? "gradient" : "value");
         const auto rOwn = at(own, q, grad), rLin = at(lin, q, grad), rEx = at(asExtrap, q, grad),
