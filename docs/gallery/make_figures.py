@@ -97,10 +97,11 @@ def speed_ratios():
     readme = (HERE.parents[1] / "README.md").read_text()
     section = readme.split("## Speed", 1)[1].split("\n## ", 1)[0]
     rows = [r.strip("|").split("|") for r in section.splitlines() if r.startswith("| ")]
+    at = [c.strip() for c in rows[0]].index("Ratio")
     cases, ratios = [], []
     for cells in rows[1:]:
         cells = [c.strip() for c in cells]
-        ratio = re.sub(r"[^0-9.]", "", cells[-1])
+        ratio = re.sub(r"[^0-9.]", "", cells[at])
         if ratio:
             cases.append(f"{cells[0]}  vs {cells[2]}".replace("`", ""))
             ratios.append(float(ratio))
