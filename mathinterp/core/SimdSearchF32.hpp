@@ -66,6 +66,25 @@ __attribute__((target("avx2"))) inline void locateCellF(const SimdAxisF& a, __m2
     iOut = i;
 }
 
+// Stores the eight lanes of r at out[(q + l) * outStride], then redoes the lanes flagged in
+// bad with the scalar kernel one(q + l).
+template <class One>
+__attribute__((target("avx2"))) inline void storeOrRedoF(__m256 r, __m256 bad, u64 q, float* out,
+                                                         u64 outStride, One& one) {
+    if (outStride == 1) {
+        _mm256_storeu_ps(out + q, r);
+    } else {
+        alignas(32) float v[8];
+        _mm256_store_ps(v, r);
+        for (u64 l = 0; l < 8; ++l)
+            out[(q + l) * outStride] = v[l];
+    }
+    for (unsigned m8 = static_cast<unsigned>(_mm256_movemask_ps(bad)); m8 != 0; m8 &= m8 - 1) {
+        const u64 l = static_cast<u64>(__builtin_ctz(m8));
+        out[(q + l) * outStride] = one(q + l);
+    }
+}
+
 #endif
 
 } // namespace mathinterp::simd

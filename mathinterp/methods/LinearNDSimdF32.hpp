@@ -64,18 +64,7 @@ linearScatteredF(const SimdAxisF* ax, const float* values, const std::int32_t* c
             m >>= 1;
         }
         bad = _mm256_or_ps(bad, _mm256_cmp_ps(s[0], s[0], _CMP_UNORD_Q)); // second pass: scalar
-        if (outStride == 1) {
-            _mm256_storeu_ps(out + q, s[0]);
-        } else {
-            alignas(32) float v[8];
-            _mm256_store_ps(v, s[0]);
-            for (u64 l = 0; l < 8; ++l)
-                out[(q + l) * outStride] = v[l];
-        }
-        for (unsigned m8 = static_cast<unsigned>(_mm256_movemask_ps(bad)); m8 != 0; m8 &= m8 - 1) {
-            const u64 l = static_cast<u64>(__builtin_ctz(m8));
-            out[(q + l) * outStride] = one(q + l);
-        }
+        storeOrRedoF(s[0], bad, q, out, outStride, one);
     }
     for (; q < e; ++q)
         out[q * outStride] = one(q);

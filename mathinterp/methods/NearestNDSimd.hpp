@@ -77,18 +77,7 @@ __attribute__((target("avx2"))) void nearestScattered(const SimdAxisF* ax, const
         // Bad lanes may hold any index: they read the first value instead, then are redone.
         const __m256i safe = _mm256_andnot_si256(_mm256_castps_si256(bad), offset);
         const __m256 r = _mm256_mask_i32gather_ps(_mm256_setzero_ps(), values, safe, allOnes, 4);
-        if (outStride == 1) {
-            _mm256_storeu_ps(out + q, r);
-        } else {
-            alignas(32) float v[8];
-            _mm256_store_ps(v, r);
-            for (u64 l = 0; l < 8; ++l)
-                out[(q + l) * outStride] = v[l];
-        }
-        for (unsigned m8 = static_cast<unsigned>(_mm256_movemask_ps(bad)); m8 != 0; m8 &= m8 - 1) {
-            const u64 l = static_cast<u64>(__builtin_ctz(m8));
-            out[(q + l) * outStride] = one(q + l);
-        }
+        storeOrRedoF(r, bad, q, out, outStride, one);
     }
     for (; q < e; ++q)
         out[q * outStride] = one(q);
