@@ -154,6 +154,20 @@ inline void advanceCounter(u64* c, const u64* lengths, u64 d, Update&& update) n
     ++c[d];
 }
 
+// Queries [b, e) of d = D columns through m's packed kernel; a lane it leaves to the scalar
+// kernel is searched and evaluated the scalar way (buf: the calling thread's kernel buffer).
+template <u64 D, class M, class Search, class Q, class V, class Buf>
+void scatteredPacked(const M& m, const Search* search, const Q* const* col, u64 b, u64 e, V* out,
+                     u64 stride, Buf& buf) {
+    auto one = [&](u64 q) {
+        typename M::Pair p[D];
+        for (u64 k = 0; k < D; ++k)
+            p[k] = m.makePair(k, col[k][q], search[k].find(col[k][q]));
+        return m.kernel(p, buf);
+    };
+    m.template scatteredSimd<D>(col, b, e, out, stride, one);
+}
+
 } // namespace detail
 
 template <class M, class Q>
@@ -189,13 +203,7 @@ struct InterpScatteredQueriesFtorND {
         auto& s = scratch->local();
         if constexpr (D != 0 && detail::HasSimdPath<M, Q>) {
             if (m.simdUsable()) {
-                auto one = [&](u64 q) {
-                    typename M::Pair p[D];
-                    for (u64 k = 0; k < D; ++k)
-                        p[k] = m.makePair(k, col[k][q], search[k].find(col[k][q]));
-                    return m.kernel(p, s.bufI);
-                };
-                m.template scatteredSimd<D>(col, b, e, out, stride, one);
+                detail::scatteredPacked<D>(m, search, col, b, e, out, stride, s.bufI);
                 return;
             }
         }
@@ -298,13 +306,7 @@ struct InterpExtrapScatteredQueriesFtorND {
     void packedThenOutside(u64 b, u64 e, Scratch& s, Point& point) const {
         const MI& mi = *method;
         const Q* const* col = queries->columns.data();
-        auto one = [&](u64 q) {
-            typename MI::Pair p[D];
-            for (u64 k = 0; k < D; ++k)
-                p[k] = mi.makePair(k, col[k][q], search[k].find(col[k][q]));
-            return mi.kernel(p, s.bufI);
-        };
-        mi.template scatteredSimd<D>(col, b, e, out, stride, one);
+        detail::scatteredPacked<D>(mi, search, col, b, e, out, stride, s.bufI);
         G lo[D], hi[D];
         for (u64 k = 0; k < D; ++k) {
             lo[k] = mi.gridVectors[k][0];
