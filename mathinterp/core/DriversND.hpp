@@ -482,23 +482,19 @@ void runGriddedPlaneND(const MI& mi, const ME* me, const GriddedTablesND<MI, ME>
                        detail::NDScratchSet<MI, ME>& scratch) {
     using G = typename MI::GridType;
     using V = typename MI::ValueType;
-    if constexpr (std::is_same_v<ME, NoMethod>) {
+    // One method, or two with every point inside: the interpolation method alone, on the same
+    // pairs (so the same bits), through its whole-plane path where it has one.
+    bool single = true;
+    if constexpr (!std::is_same_v<ME, NoMethod>) single = t.allInside();
+    if (single) {
         if constexpr (detail::HasSeparableGridded<MI>)
             if (mi.evaluateGriddedSeparable(t.view(), out, stride)) return;
-        InterpGriddedQueriesFtorND<G, V, MI> f{&mi, t.pairsI(), t.lengths(), t.total(),
-                                               out, stride,     &scratch};
+        InterpGriddedQueriesFtorND<G, V, MI, detail::NDScratchSet<MI, ME>> f{
+            &mi, t.pairsI(), t.lengths(), t.total(), out, stride, &scratch};
         forEachRange(t.total(), f);
-    } else {
-        // Every point inside: the interpolation method alone, on the same pairs (so the same
-        // bits), through its whole-plane path where it has one.
-        if (t.allInside()) {
-            if constexpr (detail::HasSeparableGridded<MI>)
-                if (mi.evaluateGriddedSeparable(t.view(), out, stride)) return;
-            InterpGriddedQueriesFtorND<G, V, MI, detail::NDScratchSet<MI, ME>> f{
-                &mi, t.pairsI(), t.lengths(), t.total(), out, stride, &scratch};
-            forEachRange(t.total(), f);
-            return;
-        }
+        return;
+    }
+    if constexpr (!std::is_same_v<ME, NoMethod>) {
         InterpExtrapGriddedQueriesFtorND<G, V, MI, ME> f{
             &mi,         me,        t.pairsI(), t.pairsE(), t.inside(),
             t.lengths(), t.total(), out,        stride,     &scratch};
