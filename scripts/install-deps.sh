@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs every Debian package the project needs, when missing (run as root).
 set -euo pipefail
-PACKAGES=(build-essential cmake ninja-build libtbb-dev libboost-dev googletest libgtest-dev
+PACKAGES=(build-essential cmake ninja-build libtbb-dev libboost-dev libhwy-dev googletest libgtest-dev
           libbenchmark-dev pybind11-dev python3-dev python3-numpy python3-scipy python3-pytest
           python3-matplotlib python3-pybind11 clang clang-format libclang-rt-14-dev
           python3-pip python3-setuptools python3-wheel mypy

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
+#include <string_view>
 
 namespace mathinterp::simd {
 
@@ -22,8 +24,22 @@ bool isArithmetic(const double* g, u64 n, double step) noexcept {
 
 SimdLevel detectLevel() noexcept {
 #ifdef MATHINTERP_SIMD
-    if (__builtin_cpu_supports("avx512f")) return SimdLevel::Avx512;
-    if (__builtin_cpu_supports("avx2")) return SimdLevel::Avx2;
+    // The feature sets the kernels are compiled for (Highway's AVX2 and AVX3 targets).
+    __builtin_cpu_init();
+    const bool avx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") &&
+                      __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2") &&
+                      __builtin_cpu_supports("f16c") && __builtin_cpu_supports("sse4.2") &&
+                      __builtin_cpu_supports("pclmul") && __builtin_cpu_supports("aes");
+    const bool avx3 = avx2 && __builtin_cpu_supports("avx512f") &&
+                      __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512dq") &&
+                      __builtin_cpu_supports("avx512bw");
+    // MATHINTERP_SIMD=none|avx2 caps the level for the whole process (a user ruling a path
+    // out, or a benchmark comparing levels); any other value leaves it alone.
+    const char* want = std::getenv("MATHINTERP_SIMD");
+    const std::string_view cap = want != nullptr ? want : "";
+    if (cap == "none") return SimdLevel::None;
+    if (avx3 && cap != "avx2") return SimdLevel::Avx512;
+    if (avx2) return SimdLevel::Avx2;
 #endif
     return SimdLevel::None;
 }

@@ -48,6 +48,16 @@ enum class SimdLevel : int { None = 0, Avx2 = 1, Avx512 = 2 };
 SimdLevel simdLevel() noexcept;
 void limitSimd(SimdLevel cap) noexcept;
 
+// Asks for the coordinates of query q + kQueryAhead in each of d columns. The packed kernels'
+// value loads miss often enough that the hardware's stream prefetch alone falls behind on
+// the query columns (half of the 2-D cubic time went to query loads before this).
+inline constexpr u64 kQueryAhead = 64;
+inline void prefetchQueries(const double* const* col, int d, u64 q, u64 e) noexcept {
+    if (q + kQueryAhead + 4 > e) return;
+    for (int k = 0; k < d; ++k)
+        prefetchLine(col[k] + q + kQueryAhead);
+}
+
 #ifdef MATHINTERP_SIMD
 
 inline bool avx2Available() noexcept {
@@ -179,16 +189,6 @@ __attribute__((target("avx2"))) inline void locate(const SimdAxis& a, __m256d x,
     locateCell(a, x, iOut, gi, gi1, bad);
     tOut = _mm256_div_pd(_mm256_sub_pd(x, gi), _mm256_sub_pd(gi1, gi));
     bad = _mm256_or_pd(bad, _mm256_cmp_pd(tOut, tOut, _CMP_UNORD_Q)); // a NaN query
-}
-
-// Asks for the coordinates of query q + kQueryAhead in each of d columns. The packed kernels'
-// value loads miss often enough that the hardware's stream prefetch alone falls behind on
-// the query columns (half of the 2-D cubic time went to query loads before this).
-inline constexpr u64 kQueryAhead = 64;
-inline void prefetchQueries(const double* const* col, int d, u64 q, u64 e) noexcept {
-    if (q + kQueryAhead + 4 > e) return;
-    for (int k = 0; k < d; ++k)
-        prefetchLine(col[k] + q + kQueryAhead);
 }
 
 // The lanes set in bad (bit l: query q + l) redone by the scalar kernel one(q + l).

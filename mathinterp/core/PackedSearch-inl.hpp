@@ -1,0 +1,174 @@
+// The packed interval search over Highway's lane-width-generic vectors: per lane the interval
+// index and cell ends that IntervalSearch and makePair give, by the same IEEE operations (no
+// fused multiply-add is ever asked for). Included once per compiled target (no include guard:
+// Highway's per-target toggle instead), inside a file that includes hwy/foreach_target.h.
+// Indices travel as exact integers in double lanes, so every mask stays in one lane type.
+
+// NOLINT(build/header_guard): Highway's per-target guard.
+#if defined(MATHINTERP_CORE_PACKED_SEARCH_INL_) == defined(HWY_TARGET_TOGGLE)
+#ifdef MATHINTERP_CORE_PACKED_SEARCH_INL_
+#undef MATHINTERP_CORE_PACKED_SEARCH_INL_
+#else
+#define MATHINTERP_CORE_PACKED_SEARCH_INL_
+#endif
+
+#include "mathinterp/core/SimdSearch.hpp"
+
+#include <hwy/highway.h>
+
+#include <cstdint>
+
+// Kernels need two lanes or more: the one-lane baseline Highway always builds gets none.
+#if HWY_TARGET != HWY_SCALAR
+HWY_BEFORE_NAMESPACE();
+namespace mathinterp::simd::HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+using Dd = hn::ScalableTag<double>;
+using Vd = hn::Vec<Dd>;
+using Md = hn::Mask<Dd>;
+inline constexpr std::size_t kLanesMax = HWY_MAX_BYTES / sizeof(double);
+
+// Lanes of fi (exact integers) as 32-bit offsets o[0 .. lanes).
+HWY_INLINE void storeIndices(Dd, Vd fi, std::int32_t* HWY_RESTRICT o) {
+    const hn::Rebind<std::int32_t, Dd> di;
+    hn::StoreU(hn::DemoteTo(di, fi), di, o);
+}
+
+// One 128-bit block per even entry of o: base[o[0]], base[o[0] + 1] in block 0, base[o[2]],
+// base[o[2] + 1] in block 1, and so on (unaligned 16-byte loads, joined in registers).
+template <class D>
+HWY_INLINE hn::Vec<D> pairBlocks(D d, const double* HWY_RESTRICT base,
+                                 const std::int32_t* HWY_RESTRICT o) {
+    constexpr std::size_t n = hn::MaxLanes(D());
+    if constexpr (n == 2) {
+        return hn::LoadU(d, base + o[0]);
+    } else {
+        const hn::Half<D> dh;
+        return hn::Combine(d, pairBlocks(dh, base, o + n / 2), pairBlocks(dh, base, o));
+    }
+}
+
+// base[o[l]] and base[o[l] + 1] of every lane as two vectors: a 16-byte load per lane and an
+// interleave, cheaper than two gathers.
+HWY_INLINE void loadPairs(Dd d, const double* HWY_RESTRICT base, const std::int32_t* o, Vd& lo,
+                          Vd& hi) {
+    const Vd even = pairBlocks(d, base, o);
+    const Vd odd = pairBlocks(d, base, o + 1);
+    lo = hn::InterleaveLower(d, even, odd);
+    hi = hn::InterleaveUpper(d, even, odd);
+}
+
+// g[i] of every lane (i exact in fi), as a gather.
+HWY_INLINE Vd gatherAt(Dd d, const double* HWY_RESTRICT g, Vd fi) {
+    const hn::Rebind<std::int32_t, Dd> di;
+    const hn::RebindToSigned<Dd> di64;
+    return hn::GatherIndex(d, g, hn::PromoteTo(di64, hn::DemoteTo(di, fi)));
+}
+
+// A lane's cell as the search and makePair see it: index (fi, and o as offsets) and ends.
+struct Cell {
+    Vd fi, gi, gi1;
+    HWY_ALIGN std::int32_t o[kLanesMax];
+};
+
+// x below g[1] (or NaN: answered by the scalar rules) and x at or above g[n-2].
+HWY_INLINE Md belowSecond(Dd d, const SimdAxis& a, Vd x) {
+    return hn::Not(hn::Ge(x, hn::Set(d, a.second)));
+}
+HWY_INLINE Md atOrAbovePenultimate(Dd d, const SimdAxis& a, Vd x) {
+    return hn::Ge(x, hn::Set(d, a.penultimate));
+}
+
+// Index fi to the first interval where low, the last where high; then the cell's ends:
+// computed on an arithmetic grid, loaded otherwise.
+HWY_INLINE void finishCell(Dd d, const SimdAxis& a, Md low, Md high, Vd fi, Cell& c) {
+    const Vd last = hn::Set(d, static_cast<double>(a.last));
+    c.fi = hn::IfThenElse(high, last, hn::IfThenZeroElse(low, fi));
+    storeIndices(d, c.fi, c.o);
+    if (a.arithmetic) {
+        const Vd step = hn::Set(d, a.step), g0 = hn::Set(d, a.g[0]);
+        c.gi = hn::Add(g0, hn::Mul(c.fi, step));
+        c.gi1 = hn::Add(g0, hn::Mul(hn::Add(c.fi, hn::Set(d, 1.0)), step));
+    } else {
+        loadPairs(d, a.g, c.o, c.gi, c.gi1);
+    }
+}
+
+// The mean-spacing guess; bad gains the lanes whose guess missed their cell.
+HWY_INLINE void locateGuess(Dd d, const SimdAxis& a, Vd x, Cell& c, Md& bad) {
+    const Md low = belowSecond(d, a, x), high = atOrAbovePenultimate(d, a, x);
+    Vd guess = hn::Sub(hn::Mul(x, hn::Set(d, a.inv)), hn::Set(d, a.firstTimesInv));
+    guess = hn::Min(hn::Max(guess, hn::Zero(d)), hn::Set(d, static_cast<double>(a.last)));
+    // Low lanes (NaN ones among them) are set to 0 in finishCell whatever Trunc made of them.
+    finishCell(d, a, low, high, hn::Trunc(guess), c);
+    const Md inCell = hn::And(hn::Ge(x, c.gi), hn::Lt(x, c.gi1));
+    bad = hn::Or(bad, hn::Not(hn::Or(hn::Or(low, high), inCell)));
+}
+
+// The bucket index: BucketIndex::bucket's arithmetic, then every lane halves its candidates
+// start[b] .. start[b+1] as often as the widest needs (an extra step leaves a lane alone: its
+// candidate is clamped to its own last one). Never misses.
+HWY_INLINE void locateIndexed(Dd d, const SimdAxis& a, Vd x, Cell& c) {
+    const Md low = belowSecond(d, a, x), high = atOrAbovePenultimate(d, a, x);
+    Vd v = hn::Mul(hn::Sub(x, hn::Set(d, a.bucketFirst)), hn::Set(d, a.bucketScale));
+    v = hn::Min(hn::Max(v, hn::Zero(d)), hn::Set(d, a.bucketMax));
+    v = hn::IfThenZeroElse(low, v); // NaN and low lanes: bucket 0 (answered below)
+    HWY_ALIGN std::int32_t b[kLanesMax];
+    storeIndices(d, hn::Trunc(v), b);
+    HWY_ALIGN double first[kLanesMax], end[kLanesMax];
+    std::uint32_t widest = 0;
+    const std::size_t lanes = hn::Lanes(d);
+    for (std::size_t l = 0; l < lanes; ++l) {
+        const std::uint32_t s = a.bucketStart[b[l]], t = a.bucketStart[b[l] + 1];
+        first[l] = static_cast<double>(s);
+        end[l] = static_cast<double>(t);
+        widest |= t - s;
+    }
+    Vd j = hn::Load(d, first);
+    if (widest != 0) {
+        const Vd hi = hn::Load(d, end);
+        for (std::uint32_t step = std::uint32_t{1} << (31 - __builtin_clz(widest)); step != 0;
+             step >>= 1) {
+            const Vd cand = hn::Min(hn::Add(j, hn::Set(d, static_cast<double>(step))), hi);
+            j = hn::IfThenElse(hn::Ge(x, gatherAt(d, a.g, cand)), cand, j);
+        }
+    }
+    finishCell(d, a, low, high, j, c);
+}
+
+// Either search, as the axis has it.
+HWY_INLINE void locateAny(Dd d, const SimdAxis& a, Vd x, Cell& c, Md& bad) {
+    if (a.bucketStart != nullptr)
+        locateIndexed(d, a, x, c);
+    else
+        locateGuess(d, a, x, c, bad);
+}
+
+// Results r of queries q .. q + lanes to out[(q + l) * outStride].
+HWY_INLINE void storeLanes(Dd d, Vd r, u64 q, double* HWY_RESTRICT out, u64 outStride) {
+    if (outStride == 1) {
+        hn::StoreU(r, d, out + q);
+        return;
+    }
+    HWY_ALIGN double v[kLanesMax];
+    hn::Store(r, d, v);
+    for (std::size_t l = 0; l < hn::Lanes(d); ++l)
+        out[(q + l) * outStride] = v[l];
+}
+
+// Queries q + l of the lanes set in bad appended to redo; returns the new count.
+HWY_INLINE u64 listLanes(Dd d, Md bad, u64 q, u64* HWY_RESTRICT redo, u64 count) {
+    if (hn::AllFalse(d, bad)) return count;
+    std::uint8_t bits[(kLanesMax + 7) / 8] = {};
+    hn::StoreMaskBits(d, bad, bits);
+    for (std::size_t l = 0; l < hn::Lanes(d); ++l)
+        if ((bits[l / 8] >> (l % 8)) & 1u) redo[count++] = q + l;
+    return count;
+}
+
+} // namespace mathinterp::simd::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+#endif // HWY_TARGET != HWY_SCALAR
+
+#endif // per-target guard

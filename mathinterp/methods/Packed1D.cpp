@@ -1,0 +1,134 @@
+// The packed 1-D kernels (see Packed1D.hpp), written once over Highway and compiled here for
+// each instruction set this file is built for; packed1DKernel picks one by packed level.
+// Only the x86 targets the levels name are built (the baseline one comes with Highway).
+#ifndef HWY_DISABLED_TARGETS
+#define HWY_DISABLED_TARGETS (HWY_SSSE3 | HWY_SSE4 | HWY_AVX3_DL)
+#endif
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "mathinterp/methods/Packed1D.cpp"
+#include <hwy/foreach_target.h> // IWYU pragma: keep
+
+#include "mathinterp/core/PackedSearch-inl.hpp"
+#include "mathinterp/methods/Packed1D.hpp"
+
+#include <hwy/highway.h>
+
+#if HWY_TARGET != HWY_SCALAR
+HWY_BEFORE_NAMESPACE();
+namespace mathinterp::simd::HWY_NAMESPACE {
+
+// Cubic convolution of the interior cells (1 <= i < last): the values y[i-1 .. i+2] of every
+// lane (two pair loads), cubicWeights' operations and the scalar sum's order. Lanes in the
+// end cells are flagged; their indices are clamped so that every load stays inside the plane
+// (which has at least four values).
+HWY_INLINE Vd cubicInterior(Dd d, const SimdAxis& ax, const double* HWY_RESTRICT y, Vd fi, Vd t,
+                            Md& bad) {
+    const Vd last = hn::Set(d, static_cast<double>(ax.last)), one = hn::Set(d, 1.0);
+    bad = hn::Or(bad, hn::Or(hn::Eq(fi, hn::Zero(d)), hn::Eq(fi, last)));
+    const Vd k = hn::Min(hn::Max(fi, one), hn::Sub(last, one));
+    HWY_ALIGN std::int32_t below[kLanesMax], above[kLanesMax];
+    storeIndices(d, hn::Sub(k, one), below);
+    storeIndices(d, hn::Add(k, one), above);
+    Vd ym1, y0, y1, y2;
+    loadPairs(d, y, below, ym1, y0);
+    loadPairs(d, y, above, y1, y2);
+    const Vd two = hn::Set(d, 2.0), three = hn::Set(d, 3.0);
+    const Vd t2 = hn::Mul(t, t);
+    const Vd wm1 = hn::Mul(hn::Sub(hn::Mul(hn::Sub(two, t), t), one), t);
+    const Vd w0 = hn::Add(hn::Mul(hn::Sub(hn::Mul(three, t), hn::Set(d, 5.0)), t2), two);
+    const Vd w1 = hn::Mul(hn::Add(hn::Mul(hn::Sub(hn::Set(d, 4.0), hn::Mul(three, t)), t), one), t);
+    const Vd w2 = hn::Mul(hn::Sub(t, one), t2);
+    const Vd inner = hn::Add(hn::Add(hn::Mul(w0, y0), hn::Mul(wm1, ym1)), hn::Mul(w1, y1));
+    return hn::Mul(hn::Set(d, 0.5), hn::Add(hn::Mul(w2, y2), inner));
+}
+
+template <Kind1D K>
+u64 scattered1DOf(const SimdAxis& ax, const double* HWY_RESTRICT values,
+                  const double* HWY_RESTRICT x, u64 b, u64 e, double* HWY_RESTRICT out,
+                  u64 outStride, u64* HWY_RESTRICT redo) {
+    const Dd d;
+    const u64 lanes = hn::Lanes(d);
+    const Vd one = hn::Set(d, 1.0);
+    const double lastPoint = ax.g[ax.last + 1];
+    const double* const column[1] = {x};
+    u64 count = 0;
+    u64 q = b;
+    for (; q + lanes <= e; q += lanes) {
+        prefetchQueries(column, 1, q, e);
+        const Vd xv = hn::LoadU(d, x + q);
+        Md bad = hn::IsNaN(xv); // NaN queries: the scalar rules
+        Cell c;
+        locateAny(d, ax, xv, c, bad);
+        Vd r;
+        if constexpr (K == Kind1D::Linear) {
+            // t = (x - g[i]) / w[i] with w[i] = g[i+1] - g[i]; (1 - t) a + b t.
+            const Vd t = hn::Div(hn::Sub(xv, c.gi), hn::Sub(c.gi1, c.gi));
+            Vd a, v;
+            loadPairs(d, values, c.o, a, v);
+            const Vd lower = hn::Mul(hn::Sub(one, t), a);
+            const Vd upper = hn::Mul(v, t);
+            r = hn::IfThenElse(hn::Eq(a, v), a, hn::Add(lower, upper));
+            bad = hn::Or(bad, hn::IsNaN(r)); // the scalar's NaN rules
+        } else if constexpr (K == Kind1D::Cubic) {
+            const Vd t = hn::Div(hn::Sub(xv, c.gi), hn::Sub(c.gi1, c.gi));
+            r = cubicInterior(d, ax, values, c.fi, t, bad);
+            bad = hn::Or(bad, hn::IsNaN(r)); // the engine's NaN
+        } else {
+            Md up; // take values[i + 1]
+            if constexpr (K == Kind1D::Nearest) {
+                up = hn::Ge(hn::Sub(xv, c.gi), hn::Sub(c.gi1, xv));
+            } else if constexpr (K == Kind1D::Next) {
+                up = hn::Gt(xv, c.gi);
+                bad = hn::Or(bad, hn::Gt(xv, hn::Set(d, lastPoint)));
+            } else {
+                up = hn::Ge(xv, hn::Set(d, lastPoint));
+                bad = hn::Or(bad, hn::Lt(xv, hn::Set(d, ax.g[0])));
+            }
+            r = gatherAt(d, values, hn::Add(c.fi, hn::IfThenElseZero(up, one)));
+        }
+        storeLanes(d, r, q, out, outStride);
+        count = listLanes(d, bad, q, redo, count);
+    }
+    for (; q < e; ++q)
+        redo[count++] = q;
+    return count;
+}
+
+u64 scattered1D(Kind1D k, const SimdAxis& ax, const double* values, const double* x, u64 b, u64 e,
+                double* out, u64 outStride, u64* redo) {
+    switch (k) {
+    case Kind1D::Linear:
+        return scattered1DOf<Kind1D::Linear>(ax, values, x, b, e, out, outStride, redo);
+    case Kind1D::Nearest:
+        return scattered1DOf<Kind1D::Nearest>(ax, values, x, b, e, out, outStride, redo);
+    case Kind1D::Next:
+        return scattered1DOf<Kind1D::Next>(ax, values, x, b, e, out, outStride, redo);
+    case Kind1D::Previous:
+        return scattered1DOf<Kind1D::Previous>(ax, values, x, b, e, out, outStride, redo);
+    case Kind1D::Cubic:
+        return scattered1DOf<Kind1D::Cubic>(ax, values, x, b, e, out, outStride, redo);
+    }
+    return 0;
+}
+
+} // namespace mathinterp::simd::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+#endif
+
+#if HWY_ONCE
+namespace mathinterp::simd {
+
+Packed1DKernel packed1DKernel(SimdLevel level) noexcept {
+#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX3)
+    if (level >= SimdLevel::Avx512) return &N_AVX3::scattered1D;
+#endif
+#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX2)
+    if (level >= SimdLevel::Avx2) return &N_AVX2::scattered1D;
+#endif
+    (void)level;
+    return nullptr;
+}
+
+} // namespace mathinterp::simd
+#endif
