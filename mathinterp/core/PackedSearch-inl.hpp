@@ -13,6 +13,7 @@
 #endif
 
 #include "mathinterp/core/SimdSearch.hpp"
+#include "mathinterp/core/SimdSearchF32.hpp"
 
 #include <hwy/highway.h>
 
@@ -145,22 +146,69 @@ HWY_INLINE void locateAny(Dd d, const SimdAxis& a, Vd x, Cell& c, Md& bad) {
         locateGuess(d, a, x, c, bad);
 }
 
+// Single precision: indices in 32-bit lanes beside the float lanes (a float holds integers
+// exactly only up to 2^24). The guess only picks a starting cell, so its rounding cannot change
+// a result; a lane whose guess misses is flagged (not a NaN lane: it lands in the first cell).
+using Df = hn::ScalableTag<float>;
+using Vf = hn::Vec<Df>;
+using Mf = hn::Mask<Df>;
+using Di = hn::RebindToSigned<Df>;
+using Vi = hn::Vec<Di>;
+
+// base[o[l]] and base[o[l] + 1] of every lane as two vectors: one 64-bit gather per lane
+// (the two floats are neighbours in memory), then the halves parted; half the elements two
+// 32-bit gathers would load. Loads only: the bits are the values'.
+HWY_INLINE void loadPairsF(Df d, const float* HWY_RESTRICT base, Vi o, Vf& lo, Vf& hi) {
+    const hn::Repartition<std::int64_t, Df> d64;
+    const hn::Half<Di> dh;
+    const std::int64_t* b64 = reinterpret_cast<const std::int64_t*>(base);
+    const Vf first = hn::BitCast(
+        d, hn::GatherOffset(d64, b64, hn::ShiftLeft<2>(hn::PromoteTo(d64, hn::LowerHalf(dh, o)))));
+    const Vf second = hn::BitCast(
+        d, hn::GatherOffset(d64, b64, hn::ShiftLeft<2>(hn::PromoteTo(d64, hn::UpperHalf(dh, o)))));
+    lo = hn::ConcatEven(d, second, first); // little-endian: base[o] is the low half
+    hi = hn::ConcatOdd(d, second, first);
+}
+
+HWY_INLINE void locateGuessF(Df d, const SimdAxisF& a, Vf x, Vi& i, Vf& gi, Vf& gi1, Mf& bad) {
+    const Di di;
+    const Mf low = hn::Not(hn::Ge(x, hn::Set(d, a.second)));
+    const Mf high = hn::Ge(x, hn::Set(d, a.penultimate));
+    Vf guess = hn::Sub(hn::Mul(x, hn::Set(d, a.inv)), hn::Set(d, a.firstTimesInv));
+    guess = hn::Min(hn::Max(guess, hn::Zero(d)), hn::Set(d, static_cast<float>(a.last)));
+    i = hn::ConvertTo(di, guess);
+    i = hn::IfThenElse(hn::RebindMask(di, high), hn::Set(di, a.last),
+                       hn::IfThenZeroElse(hn::RebindMask(di, low), i));
+    if (a.arithmetic) { // i + 1 converted, as the check in simdAxisF converts it
+        const Vf step = hn::Set(d, a.step), g0 = hn::Set(d, a.g[0]);
+        gi = hn::Add(g0, hn::Mul(hn::ConvertTo(d, i), step));
+        gi1 = hn::Add(g0, hn::Mul(hn::ConvertTo(d, hn::Add(i, hn::Set(di, 1))), step));
+    } else {
+        loadPairsF(d, a.g, i, gi, gi1);
+    }
+    const Mf inCell = hn::And(hn::Ge(x, gi), hn::Lt(x, gi1));
+    bad = hn::Or(bad, hn::Not(hn::Or(hn::Or(low, high), inCell)));
+}
+
 // Results r of queries q .. q + lanes to out[(q + l) * outStride].
-HWY_INLINE void storeLanes(Dd d, Vd r, u64 q, double* HWY_RESTRICT out, u64 outStride) {
+template <class D>
+HWY_INLINE void storeLanes(D d, hn::Vec<D> r, u64 q, hn::TFromD<D>* HWY_RESTRICT out,
+                           u64 outStride) {
     if (outStride == 1) {
         hn::StoreU(r, d, out + q);
         return;
     }
-    HWY_ALIGN double v[kLanesMax];
+    HWY_ALIGN hn::TFromD<D> v[HWY_MAX_BYTES / sizeof(hn::TFromD<D>)];
     hn::Store(r, d, v);
     for (std::size_t l = 0; l < hn::Lanes(d); ++l)
         out[(q + l) * outStride] = v[l];
 }
 
 // Queries q + l of the lanes set in bad appended to redo; returns the new count.
-HWY_INLINE u64 listLanes(Dd d, Md bad, u64 q, u64* HWY_RESTRICT redo, u64 count) {
+template <class D>
+HWY_INLINE u64 listLanes(D d, hn::Mask<D> bad, u64 q, u64* HWY_RESTRICT redo, u64 count) {
     if (hn::AllFalse(d, bad)) return count;
-    std::uint8_t bits[(kLanesMax + 7) / 8] = {};
+    std::uint8_t bits[HWY_MAX_BYTES / 8 + 1] = {};
     hn::StoreMaskBits(d, bad, bits);
     for (std::size_t l = 0; l < hn::Lanes(d); ++l)
         if ((bits[l / 8] >> (l % 8)) & 1u) redo[count++] = q + l;

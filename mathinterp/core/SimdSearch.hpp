@@ -1,8 +1,8 @@
-// The packed (AVX2) interval search of four double queries at once, shared by the packed
-// scattered kernels of LinearND and CubicND: interval index and cell fraction per lane with
-// exactly the scalar search's and makePair's results (packed IEEE operations, and no fused
-// multiply-add: the target is avx2 without fma). A lane whose guess needs a bisection, or
-// whose query is NaN, is flagged so that its group takes the scalar kernel.
+// The packed search's per-dimension record and level, the block runner of the compiled
+// packed kernels, and the hand-written AVX2 interval search of four double queries that the
+// cubic and gradient kernels still use: interval index and cell ends per lane with exactly
+// the scalar search's results (packed IEEE operations, no fused multiply-add). A lane whose
+// guess misses, or whose query is NaN, is flagged for the scalar kernel.
 #pragma once
 
 #include "mathinterp/core/Numeric.hpp"
@@ -56,6 +56,22 @@ inline void prefetchQueries(const double* const* col, int d, u64 q, u64 e) noexc
     if (q + kQueryAhead + 4 > e) return;
     for (int k = 0; k < d; ++k)
         prefetchLine(col[k] + q + kQueryAhead);
+}
+
+// Runs a compiled packed kernel over queries [b, e) a block at a time: kernel(s, t, redo)
+// writes queries [s, t) to out and lists those it leaves to the scalar kernel (lanes the
+// packed form does not cover, and a tail shorter than a vector) in redo, returning how many;
+// one(q) then writes each of them.
+template <class V, class Kernel, class One>
+void runPacked(Kernel&& kernel, u64 b, u64 e, V* out, u64 outStride, One&& one) {
+    constexpr u64 kBlock = 512; // a multiple of every vector's lane count
+    u64 redo[kBlock];
+    for (u64 s = b; s < e; s += kBlock) {
+        const u64 t = s + kBlock < e ? s + kBlock : e;
+        const u64 n = kernel(s, t, redo);
+        for (u64 k = 0; k < n; ++k)
+            out[redo[k] * outStride] = one(redo[k]);
+    }
 }
 
 #ifdef MATHINTERP_SIMD
@@ -119,78 +135,6 @@ __attribute__((target("avx2"))) inline void locateCell(const SimdAxis& a, __m256
     gi1Out = gi1;
 }
 
-// Gathers with a defined source (the plain forms start from an undefined vector, which
-// GCC's uninitialised-use warning flags).
-__attribute__((target("avx2"))) inline __m256d gatherPd(const double* base, __m128i idx) noexcept {
-    return _mm256_mask_i32gather_pd(_mm256_setzero_pd(), base, idx,
-                                    _mm256_castsi256_pd(_mm256_set1_epi64x(-1)), 8);
-}
-__attribute__((target("avx2"))) inline __m128i gatherEpi32(const int* base, __m128i idx) noexcept {
-    return _mm_mask_i32gather_epi32(_mm_setzero_si128(), base, idx, _mm_set1_epi32(-1), 4);
-}
-
-// Lane l of x: interval i (as IntervalSearch::find over a BucketIndex) with its ends; never
-// bad. The bucket is BucketIndex::bucket's arithmetic; every lane then halves its candidates
-// start[b] .. start[b+1] as often as the widest of the four needs (an extra step leaves a
-// lane's answer alone: its candidate is clamped to its own last one).
-__attribute__((target("avx2"))) inline void locateIndexed(const SimdAxis& a, __m256d x,
-                                                          __m128i& iOut, __m256d& giOut,
-                                                          __m256d& gi1Out) noexcept {
-    const __m256i pack = _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6); // 64-bit masks to 32-bit
-    const __m256d low = _mm256_cmp_pd(x, _mm256_set1_pd(a.second), _CMP_NGE_UQ);
-    const __m256d high = _mm256_cmp_pd(x, _mm256_set1_pd(a.penultimate), _CMP_GE_OQ);
-    __m256d v = _mm256_mul_pd(_mm256_sub_pd(x, _mm256_set1_pd(a.bucketFirst)),
-                              _mm256_set1_pd(a.bucketScale));
-    // max first: a NaN or low lane (answered below) becomes bucket 0.
-    v = _mm256_min_pd(_mm256_max_pd(v, _mm256_setzero_pd()), _mm256_set1_pd(a.bucketMax));
-    const __m128i b = _mm256_cvttpd_epi32(v);
-    const int* start = reinterpret_cast<const int*>(a.bucketStart);
-    __m128i j = gatherEpi32(start, b);
-    const __m128i hi = gatherEpi32(start, _mm_add_epi32(b, _mm_set1_epi32(1)));
-    alignas(16) std::int32_t span[4];
-    _mm_store_si128(reinterpret_cast<__m128i*>(span), _mm_sub_epi32(hi, j));
-    const std::uint32_t widest =
-        static_cast<std::uint32_t>(span[0] | span[1] | span[2] | span[3]); // same top bit
-    if (widest != 0) {
-        for (std::int32_t step = std::int32_t{1} << (31 - __builtin_clz(widest)); step != 0;
-             step >>= 1) {
-            const __m128i c = _mm_min_epi32(_mm_add_epi32(j, _mm_set1_epi32(step)), hi);
-            const __m256d gc = gatherPd(a.g, c);
-            const __m128i ge = _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(
-                _mm256_castpd_si256(_mm256_cmp_pd(x, gc, _CMP_GE_OQ)), pack));
-            j = _mm_blendv_epi8(j, c, ge);
-        }
-    }
-    const __m128i lowI =
-        _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(_mm256_castpd_si256(low), pack));
-    const __m128i highI =
-        _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(_mm256_castpd_si256(high), pack));
-    j = _mm_andnot_si128(lowI, j);
-    j = _mm_blendv_epi8(j, _mm_set1_epi32(a.last), highI);
-    loadPairs(a.g, j, giOut, gi1Out);
-    iOut = j;
-}
-
-// Either search, as the axis has it: the index when there is one, else the guess.
-__attribute__((target("avx2"))) inline void locateAny(const SimdAxis& a, __m256d x, __m128i& i,
-                                                      __m256d& gi, __m256d& gi1,
-                                                      __m256d& bad) noexcept {
-    if (a.bucketStart != nullptr)
-        locateIndexed(a, x, i, gi, gi1);
-    else
-        locateCell(a, x, i, gi, gi1, bad);
-}
-
-// The same, and t = (x - g[i]) / (g[i+1] - g[i]) as makePair forms it; bad also where t is
-// NaN (a NaN query).
-__attribute__((target("avx2"))) inline void locate(const SimdAxis& a, __m256d x, __m128i& iOut,
-                                                   __m256d& tOut, __m256d& bad) noexcept {
-    __m256d gi, gi1;
-    locateCell(a, x, iOut, gi, gi1, bad);
-    tOut = _mm256_div_pd(_mm256_sub_pd(x, gi), _mm256_sub_pd(gi1, gi));
-    bad = _mm256_or_pd(bad, _mm256_cmp_pd(tOut, tOut, _CMP_UNORD_Q)); // a NaN query
-}
-
 // The lanes set in bad (bit l: query q + l) redone by the scalar kernel one(q + l).
 template <class One>
 inline void redoLanes(unsigned bad, u64 q, double* out, u64 outStride, One& one) {
@@ -211,18 +155,6 @@ __attribute__((target("avx2"))) inline void storeLanes(__m256d r, u64 q, double*
     _mm256_store_pd(v, r);
     for (u64 l = 0; l < 4; ++l)
         out[(q + l) * outStride] = v[l];
-}
-
-// The same, or, when any lane is bad, all four from the scalar kernel one(q + l).
-template <class One>
-__attribute__((target("avx2"))) inline void storeOrFallBack(__m256d r, __m256d bad, u64 q,
-                                                            double* out, u64 outStride, One& one) {
-    if (_mm256_movemask_pd(bad) != 0) {
-        for (u64 l = 0; l < 4; ++l)
-            out[(q + l) * outStride] = one(q + l);
-    } else {
-        storeLanes(r, q, out, outStride);
-    }
 }
 
 #else

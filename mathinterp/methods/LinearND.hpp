@@ -10,8 +10,7 @@
 #include "mathinterp/core/OnceGuard.hpp"
 #include "mathinterp/core/Parallel.hpp"
 #include "mathinterp/methods/InterpMethodND.hpp"
-#include "mathinterp/methods/LinearNDSimd.hpp"
-#include "mathinterp/methods/LinearNDSimdF32.hpp"
+#include "mathinterp/methods/PackedND.hpp"
 
 #include <cstdint>
 #include <type_traits>
@@ -61,8 +60,9 @@ public:
         });
     }
 
-    // The packed scattered path: double (four lanes) or single (eight lanes) grid, values and
-    // queries, d = 2 or 3, AVX2, and a value plane small enough for 32-bit offsets.
+    // The packed scattered path (PackedND.hpp): grid, values and queries all double or all
+    // single, d = 2 or 3, a packed level with a kernel, and a value plane small enough for
+    // 32-bit offsets.
     template <class Q>
     static constexpr bool hasSimdPath = simd::allDouble<G, V, Q> || simd::allSingle<G, V, Q>;
     bool simdUsable() const noexcept { return !simdCornerOffsets.empty(); }
@@ -71,13 +71,13 @@ public:
     template <u64 D, class Q, class One>
     void scatteredSimd(const Q* const* col, u64 b, u64 e, V* out, u64 stride, One&& one) const {
         if constexpr (simd::allDouble<G, V, Q>)
-            simd::linearScattered<static_cast<int>(D)>(simdAxes.data(), this->values,
-                                                       simdCornerOffsets.data(), col, b, e, out,
-                                                       stride, one);
+            simd::scatteredND<double>(kernel_, simd::KindND::Linear, static_cast<int>(D),
+                                      simdAxes.data(), this->values, simdCornerOffsets.data(), col,
+                                      b, e, out, stride, one);
         else if constexpr (simd::allSingle<G, V, Q>)
-            simd::linearScatteredF<static_cast<int>(D)>(simdAxesF.data(), this->values,
-                                                        simdCornerOffsets.data(), col, b, e, out,
-                                                        stride, one);
+            simd::scatteredND<float>(kernel_, simd::KindND::Linear, static_cast<int>(D),
+                                     simdAxesF.data(), this->values, simdCornerOffsets.data(), col,
+                                     b, e, out, stride, one);
     }
 
     Buffer makeBuffer() const { return Buffer(cornerCount); }
@@ -259,7 +259,8 @@ private:
     void prepareSimd() {
         if constexpr (hasSimdPath<double> || hasSimdPath<float>) {
             const u64 d = this->numDims;
-            if (!simd::avx2Available() || d < 2 || d > 3) return;
+            kernel_ = simd::packedNDKernel<G>(simd::simdLevel());
+            if (kernel_ == nullptr || d < 2 || d > 3) return;
             u64 total = 1;
             for (u64 k = 0; k < d; ++k)
                 total *= this->gridSizes[k]; // checked against overflow when stored
@@ -287,6 +288,8 @@ private:
     platform::HostVector<simd::SimdAxis> simdAxes;        // double grids
     platform::HostVector<simd::SimdAxisF> simdAxesF;      // single grids
     platform::HostVector<std::int32_t> simdCornerOffsets; // empty: the packed path is off
+    simd::PackedNDKernel<std::conditional_t<std::is_same_v<G, float>, float, double>> kernel_ =
+        nullptr;
     OnceGuard guard_;
 };
 

@@ -5,7 +5,7 @@
 #pragma once
 
 #include "mathinterp/methods/InterpMethodND.hpp"
-#include "mathinterp/methods/NearestNDSimd.hpp"
+#include "mathinterp/methods/PackedND.hpp"
 
 #include <cstdint>
 #include <type_traits>
@@ -22,7 +22,8 @@ public:
             u64 total = 1;
             for (u64 k = 0; k < d; ++k)
                 total *= sizes[k]; // checked against overflow when the values were stored
-            if (!simd::avx2Available() || d < 2 || d > 3 || total >= (u64{1} << 31)) return;
+            kernel_ = simd::packedNDKernel<G>(simd::simdLevel());
+            if (kernel_ == nullptr || d < 2 || d > 3 || total >= (u64{1} << 31)) return;
             simdAxes.resize(d);
             for (u64 k = 0; k < d; ++k) {
                 if constexpr (std::is_same_v<G, double>)
@@ -35,8 +36,9 @@ public:
         }
     }
 
-    // The packed scattered path: double (four lanes) or single (eight lanes) grid, values and
-    // queries, d = 2 or 3, AVX2, and a value plane small enough for 32-bit offsets.
+    // The packed scattered path (PackedND.hpp): grid, values and queries all double or all
+    // single, d = 2 or 3, a packed level with a kernel, and a value plane small enough for
+    // 32-bit offsets.
     template <class Q>
     static constexpr bool hasSimdPath = simd::allDouble<G, V, Q> || simd::allSingle<G, V, Q>;
     bool simdUsable() const noexcept { return !simdAxes.empty(); }
@@ -45,8 +47,9 @@ public:
     template <u64 D, class Q, class One>
     void scatteredSimd(const Q* const* col, u64 b, u64 e, V* out, u64 stride, One&& one) const {
         if constexpr (hasSimdPath<Q>)
-            simd::nearestScattered<static_cast<int>(D)>(simdAxes.data(), this->values, col, b, e,
-                                                        out, stride, one);
+            simd::scatteredND<V>(kernel_, simd::KindND::Nearest, static_cast<int>(D),
+                                 simdAxes.data(), this->values, nullptr, col, b, e, out, stride,
+                                 one);
     }
 
     // offset = (chosen index) * stride of the dimension; isNaN set when the coordinate is NaN.
@@ -88,6 +91,8 @@ private:
     // The packed search's view of each dimension (empty: the packed path is off).
     using Axis = std::conditional_t<std::is_same_v<G, float>, simd::SimdAxisF, simd::SimdAxis>;
     platform::HostVector<Axis> simdAxes;
+    simd::PackedNDKernel<std::conditional_t<std::is_same_v<G, float>, float, double>> kernel_ =
+        nullptr;
 };
 
 } // namespace mathinterp

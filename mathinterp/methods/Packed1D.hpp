@@ -10,7 +10,6 @@
 #include "mathinterp/core/OnceGuard.hpp"
 #include "mathinterp/core/SimdSearch.hpp"
 
-#include <algorithm>
 #include <type_traits>
 
 namespace mathinterp::simd {
@@ -37,14 +36,9 @@ struct PackedAxis1D {
 template <Kind1D K, class One>
 void scattered1D(const PackedAxis1D& p, const double* values, const double* x, u64 b, u64 e,
                  double* out, u64 outStride, One&& one) {
-    constexpr u64 kBlock = 512; // a multiple of every vector's lane count
-    u64 redo[kBlock];
-    for (u64 s = b; s < e; s += kBlock) {
-        const u64 t = std::min(e, s + kBlock);
-        const u64 n = p.kernel(K, p.axis, values, x, s, t, out, outStride, redo);
-        for (u64 k = 0; k < n; ++k)
-            out[redo[k] * outStride] = one(redo[k]);
-    }
+    runPacked([&](u64 s, u64 t,
+                  u64* redo) { return p.kernel(K, p.axis, values, x, s, t, out, outStride, redo); },
+              b, e, out, outStride, one);
 }
 
 // The packed record of a 1-D method's grid: empty (the packed path off) unless the grid,

@@ -1,0 +1,46 @@
+// The scattered 2-D and 3-D multilinear and nearest-point kernels a vector of queries at a
+// time (grid, values and queries of one precision), written once over Highway in PackedND.cpp
+// and compiled per instruction set: the packed interval search, makePair's fraction or the
+// half-way comparison (ties go up), and the multilinear reduction's first pass in packed
+// form. A lane whose guess misses, or with a NaN coordinate, fraction or result, is redone by
+// the scalar kernel, so every lane has the scalar kernel's bits.
+#pragma once
+
+#include "mathinterp/core/SimdSearch.hpp"
+#include "mathinterp/core/SimdSearchF32.hpp"
+
+#include <cstdint>
+#include <type_traits>
+
+namespace mathinterp::simd {
+
+enum class KindND { Linear, Nearest };
+
+template <class T>
+using SimdAxisOf = std::conditional_t<std::is_same_v<T, double>, SimdAxis, SimdAxisF>;
+
+// Queries [b, e) of columns col[0 .. d) (d = 2 or 3) to out[q * outStride], the queries
+// left to the scalar kernel listed in redo (room for e - b) and counted in the result.
+// cornerOffsets: the 2^d corners' offsets from a cell's first value (multilinear only).
+template <class T>
+using PackedNDKernel = u64 (*)(KindND kind, int d, const SimdAxisOf<T>* axes, const T* values,
+                               const std::int32_t* cornerOffsets, const T* const* col, u64 b, u64 e,
+                               T* out, u64 outStride, u64* redo);
+
+// The compiled kernel for a packed level (T double or float); null: none at that level.
+template <class T>
+PackedNDKernel<T> packedNDKernel(SimdLevel level) noexcept;
+
+// Queries [b, e) through kernel; one(q) is the scalar kernel of query q.
+template <class T, class One>
+void scatteredND(PackedNDKernel<T> kernel, KindND kind, int d, const SimdAxisOf<T>* axes,
+                 const T* values, const std::int32_t* cornerOffsets, const T* const* col, u64 b,
+                 u64 e, T* out, u64 outStride, One&& one) {
+    runPacked(
+        [&](u64 s, u64 t, u64* redo) {
+            return kernel(kind, d, axes, values, cornerOffsets, col, s, t, out, outStride, redo);
+        },
+        b, e, out, outStride, one);
+}
+
+} // namespace mathinterp::simd
