@@ -160,7 +160,9 @@ template <u64 D, class M, class Search, class Q, class V, class Buf>
 void scatteredPacked(const M& m, const Search* search, const Q* const* col, u64 b, u64 e, V* out,
                      u64 stride, Buf& buf) {
     auto one = [&](u64 q) {
-        typename M::Pair p[D];
+        // Room for the fixed-dimension kernels kernel() picks among (up to 4-D): GCC cannot
+        // see that numDims is D there.
+        typename M::Pair p[D < 4 ? 4 : D];
         for (u64 k = 0; k < D; ++k)
             p[k] = m.makePair(k, col[k][q], search[k].find(col[k][q]));
         return m.kernel(p, buf);

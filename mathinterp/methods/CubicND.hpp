@@ -13,6 +13,7 @@
 #include "mathinterp/methods/CubicNDSimd.hpp"
 #include "mathinterp/methods/CubicNDSimd512.hpp"
 #include "mathinterp/methods/InterpMethodND.hpp"
+#include "mathinterp/methods/PackedND.hpp"
 
 #include <cstdint>
 #include <type_traits>
@@ -117,8 +118,10 @@ public:
         }
     }
 
-    // The packed scattered path: double grid, values and queries, d = 2 or 3, AVX2 (eight
-    // lanes with AVX-512 in 2-D), and a value plane small enough for 32-bit offsets.
+    // The packed scattered path: double grid, values and queries, d = 2 or 3, a packed level
+    // with a kernel, and a value plane small enough for 32-bit offsets. 3-D takes the
+    // portable kernel (PackedND.hpp); 2-D keeps the hand-written AVX2 and AVX-512 kernels
+    // (CubicNDSimd*.hpp), which measured 9% and 23% faster (docs/decisions.md).
     template <class Q>
     static constexpr bool hasSimdPath = simd::allDouble<G, V, Q>;
     bool simdUsable() const noexcept { return !simdAxes.empty(); }
@@ -126,14 +129,16 @@ public:
     // Queries [b, e) of d = D columns; one(q) evaluates query q the scalar way.
     template <u64 D, class Q, class One>
     void scatteredSimd(const Q* const* col, u64 b, u64 e, V* out, u64 stride, One&& one) const {
-        if constexpr (hasSimdPath<Q> && (D == 2 || D == 3)) {
+        if constexpr (hasSimdPath<Q> && D == 2) {
 #ifdef MATHINTERP_SIMD
-            if (D == 2 && eightLanes)
+            if (eightLanes)
                 return simd::cubicScattered2x8(simdAxes.data(), this->values, col, b, e, out,
                                                stride, one);
 #endif
-            simd::cubicScattered<static_cast<int>(D)>(simdAxes.data(), this->values, col, b, e,
-                                                      out, stride, one);
+            simd::cubicScattered<2>(simdAxes.data(), this->values, col, b, e, out, stride, one);
+        } else if constexpr (hasSimdPath<Q> && D == 3) {
+            simd::scatteredND<double>(kernel_, simd::KindND::Cubic, 3, simdAxes.data(),
+                                      this->values, nullptr, col, b, e, out, stride, one);
         } else {
             for (u64 q = b; q < e; ++q)
                 out[q * stride] = one(q);
@@ -268,7 +273,8 @@ private:
     void prepareSimd() {
         if constexpr (hasSimdPath<double>) {
             const u64 d = this->numDims;
-            if (!simd::avx2Available() || d < 2 || d > 3) return;
+            kernel_ = simd::packedNDKernel<double>(simd::simdLevel());
+            if (kernel_ == nullptr || !simd::avx2Available() || d < 2 || d > 3) return;
             if (totalValues >= (u64{1} << 31)) return;
             // Interior cells (the only packed ones) need four points in each dimension.
             for (u64 k = 0; k < d; ++k)
@@ -283,8 +289,9 @@ private:
         }
     }
 
-    platform::HostVector<simd::SimdAxis> simdAxes; // empty: the packed path is off
-    bool eightLanes = false;
+    platform::HostVector<simd::SimdAxis> simdAxes;  // empty: the packed path is off
+    simd::PackedNDKernel<double> kernel_ = nullptr; // 3-D
+    bool eightLanes = false;                        // 2-D: the AVX-512 kernel
     OnceGuard guard_;
 };
 

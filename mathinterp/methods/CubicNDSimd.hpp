@@ -1,5 +1,5 @@
-// The scattered 2-D and 3-D cubic-convolution kernel four queries at a time with AVX2 (double
-// grid, values and queries), for interior cells: the packed interval search, the weights, 4^(d-1)
+// The scattered 2-D cubic-convolution kernel four queries at a time with AVX2 (double grid,
+// values and queries), for interior cells (3-D runs the portable kernel of PackedND.hpp): the packed interval search, the weights, 4^(d-1)
 // rows of four values per query transposed into lanes, and the same sums in the same order
 // as the scalar kernel, so each lane gets its bits. A query in a boundary cell (phantom
 // values), whose guess needs a bisection, or that is NaN, takes the scalar kernel alone.
@@ -164,7 +164,7 @@ template <int D, class One>
 __attribute__((target("avx2"))) void cubicScattered(const SimdAxis* ax, const double* values,
                                                     const double* const* col, u64 b, u64 e,
                                                     double* out, u64 outStride, One&& one) {
-    static_assert(D == 2 || D == 3);
+    static_assert(D == 2 || D == 3); // 3-D: unused since the portable kernel
     constexpr u64 kAhead = 8; // a power of two: the ring index is a mask
     CubicGroup<D> ring[kAhead];
     std::int32_t strides[3] = {1, ax[1].stride, D == 3 ? ax[D - 1].stride : 0};

@@ -13,6 +13,8 @@
 
 #include <hwy/highway.h>
 
+#include <cstring>
+
 #if HWY_TARGET != HWY_SCALAR
 HWY_BEFORE_NAMESPACE();
 namespace mathinterp::simd::HWY_NAMESPACE {
@@ -135,6 +137,187 @@ u64 packedSingle(const SimdAxisF* ax, const float* HWY_RESTRICT values,
     return count;
 }
 
+// Cubic convolution (double) of interior cells. Twice Keys' weights of every lane's fraction,
+// formed as cubicWeights forms them.
+struct CubicWeights {
+    Vd wm1, w0, w1, w2;
+};
+
+HWY_INLINE CubicWeights cubicWeights(Dd d, Vd t) {
+    const Vd one = hn::Set(d, 1.0), two = hn::Set(d, 2.0), three = hn::Set(d, 3.0);
+    const Vd t2 = hn::Mul(t, t);
+    CubicWeights w;
+    w.wm1 = hn::Mul(hn::Sub(hn::Mul(hn::Sub(two, t), t), one), t);
+    w.w0 = hn::Add(hn::Mul(hn::Sub(hn::Mul(three, t), hn::Set(d, 5.0)), t2), two);
+    w.w1 = hn::Mul(hn::Add(hn::Mul(hn::Sub(hn::Set(d, 4.0), hn::Mul(three, t)), t), one), t);
+    w.w2 = hn::Mul(hn::Sub(t, one), t2);
+    return w;
+}
+
+// ((w0 b + w-1 a) + w1 c) + w2 e, lane by lane: the scalar kernel's sum.
+HWY_INLINE Vd convolve4(const CubicWeights& w, Vd a, Vd b, Vd c, Vd e) {
+    return hn::Add(hn::Add(hn::Add(hn::Mul(w.w0, b), hn::Mul(w.wm1, a)), hn::Mul(w.w1, c)),
+                   hn::Mul(w.w2, e));
+}
+
+// N/4 rows of four values, rows o[0], o[1], ... (every lane's own offset) in lane order.
+template <class D>
+HWY_INLINE hn::Vec<D> rowBlocks(D d, const double* HWY_RESTRICT base,
+                                const std::int32_t* HWY_RESTRICT o) {
+    constexpr std::size_t n = hn::MaxLanes(D());
+    if constexpr (n == 4) {
+        return hn::LoadU(d, base + o[0]);
+    } else {
+        const hn::Half<D> dh;
+        return hn::Combine(d, rowBlocks(dh, base, o + n / 8), rowBlocks(dh, base, o));
+    }
+}
+
+// The row of four values base[o[l] .. o[l] + 3] of every lane l, transposed: v[j] holds entry
+// j of every lane's row. Four lanes: four row loads, two unpacks and two half swaps per pair;
+// wider: rows loaded side by side, then the even and odd entries parted twice.
+HWY_INLINE void loadRows(Dd d, const double* HWY_RESTRICT base, const std::int32_t* o, Vd* v) {
+    constexpr std::size_t n = hn::MaxLanes(Dd());
+    if constexpr (n == 4) {
+        const Vd a = hn::LoadU(d, base + o[0]), b = hn::LoadU(d, base + o[1]);
+        const Vd c = hn::LoadU(d, base + o[2]), e = hn::LoadU(d, base + o[3]);
+        const Vd lo01 = hn::InterleaveLower(d, a, b), hi01 = hn::InterleaveUpper(d, a, b);
+        const Vd lo23 = hn::InterleaveLower(d, c, e), hi23 = hn::InterleaveUpper(d, c, e);
+        v[0] = hn::ConcatLowerLower(d, lo23, lo01);
+        v[1] = hn::ConcatLowerLower(d, hi23, hi01);
+        v[2] = hn::ConcatUpperUpper(d, lo23, lo01);
+        v[3] = hn::ConcatUpperUpper(d, hi23, hi01);
+    } else if constexpr (n >= 8) {
+        const std::size_t q = n / 4; // rows per vector
+        const Vd x0 = rowBlocks(d, base, o), x1 = rowBlocks(d, base, o + q);
+        const Vd x2 = rowBlocks(d, base, o + 2 * q), x3 = rowBlocks(d, base, o + 3 * q);
+        const Vd even01 = hn::ConcatEven(d, x1, x0), odd01 = hn::ConcatOdd(d, x1, x0);
+        const Vd even23 = hn::ConcatEven(d, x3, x2), odd23 = hn::ConcatOdd(d, x3, x2);
+        v[0] = hn::ConcatEven(d, even23, even01);
+        v[1] = hn::ConcatEven(d, odd23, odd01);
+        v[2] = hn::ConcatOdd(d, even23, even01);
+        v[3] = hn::ConcatOdd(d, odd23, odd01);
+    } else {
+        loadPairs(d, base, o, v[0], v[1]);
+        loadPairs(d, base + 2, o, v[2], v[3]);
+    }
+}
+
+// Where a vector of queries sits: each lane's first neighbourhood entry, its fractions, and
+// the lanes that must take the scalar kernel (boundary cell, missed guess, NaN query). Every
+// lane's entry is a valid one, so the whole vector is reduced and those lanes redone.
+template <int D>
+struct CubicGroup {
+    HWY_ALIGN std::int32_t first[kLanesMax];
+    HWY_ALIGN double t[D][kLanesMax];
+    std::uint64_t bad; // bit l: lane l
+};
+
+// Only interior cells are wanted (1 <= i <= n - 3), so the guess is clamped to them and the
+// cell check alone decides: a query in a first or last cell, outside the grid or NaN fails
+// it, as does a missed guess. The clamp keeps a failing lane's neighbourhood in the grid.
+template <int D>
+HWY_INLINE void locateCubic(Dd d, const SimdAxis* ax, const double* HWY_RESTRICT values,
+                            const std::int32_t* strides, const double* const* col, u64 q, u64 e,
+                            CubicGroup<D>& g) {
+    prefetchQueries(col, D, q, e);
+    const Vd one = hn::Set(d, 1.0);
+    Md bad = hn::FirstN(d, 0);
+    Vd first = hn::Zero(d);
+    for (int k = 0; k < D; ++k) {
+        const SimdAxis& a = ax[k];
+        const Vd x = hn::LoadU(d, col[k] + q);
+        Vd guess = hn::Sub(hn::Mul(x, hn::Set(d, a.inv)), hn::Set(d, a.firstTimesInv));
+        guess = hn::IfThenElse(hn::IsNaN(guess), one, guess); // NaN: cell 1, then redone
+        guess = hn::Min(hn::Max(guess, one), hn::Set(d, static_cast<double>(a.last - 1)));
+        Cell c;
+        c.fi = hn::Trunc(guess);
+        if (a.arithmetic) {
+            const Vd step = hn::Set(d, a.step), g0 = hn::Set(d, a.g[0]);
+            c.gi = hn::Add(g0, hn::Mul(c.fi, step));
+            c.gi1 = hn::Add(g0, hn::Mul(hn::Add(c.fi, one), step));
+        } else {
+            storeIndices(d, c.fi, c.o);
+            loadPairs(d, a.g, c.o, c.gi, c.gi1);
+        }
+        bad = hn::Or(bad, hn::Not(hn::And(hn::Ge(x, c.gi), hn::Lt(x, c.gi1))));
+        hn::Store(hn::Div(hn::Sub(x, c.gi), hn::Sub(c.gi1, c.gi)), d, g.t[k]);
+        first =
+            hn::Add(first, hn::Mul(hn::Sub(c.fi, one), hn::Set(d, static_cast<double>(a.stride))));
+    }
+    storeIndices(d, first, g.first);
+    std::uint8_t bits[8] = {};
+    hn::StoreMaskBits(d, bad, bits);
+    std::memcpy(&g.bad, bits, sizeof g.bad); // little-endian: bit l is lane l
+    // Ask for the rows the reduction will read.
+    constexpr int numPlanes = D == 3 ? 4 : 1;
+    for (std::size_t l = 0; l < hn::Lanes(d); ++l)
+        for (int p = 0; p < numPlanes; ++p)
+            for (int r = 0; r < 4; ++r) {
+                const double* row = values + g.first[l] + r * strides[1] + p * strides[2];
+                prefetchLine(row);
+                prefetchLine(row + 3);
+            }
+}
+
+// The 4^D values of each lane, reduced dimension by dimension (0 first) as the scalar
+// kernel's recursion does: four rows give a plane, four planes the 3-D result.
+template <int D>
+HWY_INLINE Vd reduceCubic(Dd d, const double* HWY_RESTRICT values, const std::int32_t* strides,
+                          const CubicGroup<D>& g) {
+    CubicWeights w[D];
+    for (int k = 0; k < D; ++k)
+        w[k] = cubicWeights(d, hn::Load(d, g.t[k]));
+    constexpr int numPlanes = D == 3 ? 4 : 1;
+    Vd planes[4];
+    for (int p = 0; p < numPlanes; ++p) {
+        Vd rows[4];
+        for (int r = 0; r < 4; ++r) {
+            const double* base = values + r * strides[1] + p * strides[2];
+            Vd v[4];
+            loadRows(d, base, g.first, v);
+            rows[r] = convolve4(w[0], v[0], v[1], v[2], v[3]);
+        }
+        planes[p] = convolve4(w[1], rows[0], rows[1], rows[2], rows[3]);
+    }
+    // The division by 2^D as a product with 2^-D: the same correctly rounded quotient.
+    Vd r;
+    if constexpr (D == 3)
+        r = hn::Mul(convolve4(w[2], planes[0], planes[1], planes[2], planes[3]), hn::Set(d, 0.125));
+    else
+        r = hn::Mul(planes[0], hn::Set(d, 0.25));
+    return hn::IfThenElse(hn::IsNaN(r), hn::Set(d, engineNaN<double>()), r);
+}
+
+// Each vector of queries is located, and its rows requested, kAhead vectors before it is
+// reduced: a steady distance (a ring of located groups) beat blocks located a block ahead by
+// 1.8x on 10^6 random queries on a 1000 x 1000 grid; 32 queries of lead measured best.
+template <int D>
+u64 packedCubic(const SimdAxis* ax, const double* HWY_RESTRICT values, const double* const* col,
+                u64 b, u64 e, double* HWY_RESTRICT out, u64 outStride, u64* HWY_RESTRICT redo) {
+    const Dd d;
+    const u64 lanes = hn::Lanes(d);
+    constexpr u64 kAhead = 32 / (hn::MaxLanes(Dd()) < 32 ? hn::MaxLanes(Dd()) : 32);
+    CubicGroup<D> ring[kAhead];
+    const std::int32_t strides[3] = {1, ax[1].stride, D == 3 ? ax[2].stride : 0};
+    const u64 groups = (e - b) / lanes;
+    for (u64 j = 0; j < groups && j < kAhead; ++j)
+        locateCubic(d, ax, values, strides, col, b + lanes * j, e, ring[j]);
+    u64 count = 0;
+    for (u64 j = 0; j < groups; ++j) {
+        CubicGroup<D>& g = ring[j % kAhead];
+        const u64 q = b + lanes * j;
+        storeLanes(d, reduceCubic(d, values, strides, g), q, out, outStride);
+        for (std::uint64_t m = g.bad; m != 0; m &= m - 1)
+            redo[count++] = q + static_cast<u64>(__builtin_ctzll(m));
+        if (j + kAhead < groups)
+            locateCubic(d, ax, values, strides, col, b + lanes * (j + kAhead), e, g);
+    }
+    for (u64 q = b + lanes * groups; q < e; ++q)
+        redo[count++] = q;
+    return count;
+}
+
 template <class T, class Axis>
 u64 packedND(KindND kind, int dims, const Axis* ax, const T* values,
              const std::int32_t* cornerOffsets, const T* const* col, u64 b, u64 e, T* out,
@@ -150,6 +333,14 @@ u64 packedND(KindND kind, int dims, const Axis* ax, const T* values,
     };
     using L = std::integral_constant<KindND, KindND::Linear>;
     using N = std::integral_constant<KindND, KindND::Nearest>;
+    if (kind == KindND::Cubic) {
+        if constexpr (isDouble)
+            return dims == 2 ? packedCubic<2>(ax, values, col, b, e, out, outStride, redo)
+                             : packedCubic<3>(ax, values, col, b, e, out, outStride, redo);
+        for (u64 q = b; q < e; ++q) // no single-precision cubic kernel
+            redo[q - b] = q;
+        return e - b;
+    }
     using Two = std::integral_constant<int, 2>;
     using Three = std::integral_constant<int, 3>;
     if (kind == KindND::Linear) return dims == 2 ? run(L{}, Two{}) : run(L{}, Three{});

@@ -1,9 +1,10 @@
-// The scattered 2-D and 3-D multilinear and nearest-point kernels a vector of queries at a
-// time (grid, values and queries of one precision), written once over Highway in PackedND.cpp
-// and compiled per instruction set: the packed interval search, makePair's fraction or the
-// half-way comparison (ties go up), and the multilinear reduction's first pass in packed
-// form. A lane whose guess misses, or with a NaN coordinate, fraction or result, is redone by
-// the scalar kernel, so every lane has the scalar kernel's bits.
+// The scattered 2-D and 3-D multilinear, nearest-point and cubic-convolution kernels a vector
+// of queries at a time (grid, values and queries of one precision; cubic in double), written
+// once over Highway in PackedND.cpp and compiled per instruction set: the packed interval
+// search, makePair's fraction or the half-way comparison (ties go up), and the reductions in
+// the scalar kernels' order. A lane whose guess misses, in a cell the packed form does not
+// cover (cubic's boundary cells), or with a NaN coordinate or result, is redone by the
+// scalar kernel, so every lane has the scalar kernel's bits.
 #pragma once
 
 #include "mathinterp/core/SimdSearch.hpp"
@@ -14,7 +15,7 @@
 
 namespace mathinterp::simd {
 
-enum class KindND { Linear, Nearest };
+enum class KindND { Linear, Nearest, Cubic }; // Cubic: double only
 
 template <class T>
 using SimdAxisOf = std::conditional_t<std::is_same_v<T, double>, SimdAxis, SimdAxisF>;
