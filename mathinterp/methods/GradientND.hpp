@@ -16,8 +16,8 @@
 #include "mathinterp/methods/CubicNDGradientSimd.hpp"
 #include "mathinterp/methods/Gradient1D.hpp"
 #include "mathinterp/methods/LinearND.hpp"
-#include "mathinterp/methods/LinearNDGradientSimd.hpp"
 #include "mathinterp/methods/NearestND.hpp"
+#include "mathinterp/methods/PackedND.hpp"
 #include "mathinterp/methods/SplineND.hpp"
 
 #include <platform/HostAllocator.hpp>
@@ -150,12 +150,13 @@ struct GradientND<LinearND<G, V>> {
         if (m.numDims >= 2) prefetchLine(m.values + o + m.cornerOffsets[2]);
     }
 
-    // The packed scattered path (LinearNDGradientSimd.hpp): double grid, values and queries,
-    // d = 2 or 3, AVX2, a value plane small enough for 32-bit offsets. Its tables depend on
-    // the grid only; empty axes: the path is off.
+    // The packed scattered path (PackedND.hpp): double grid, values and queries, d = 2 or
+    // 3, a packed level with a kernel, a value plane small enough for 32-bit offsets. Its
+    // tables depend on the grid only; empty axes: the path is off.
     struct Packed {
         platform::HostVector<simd::SimdAxis> axes;
         platform::HostVector<std::int32_t> corners;
+        simd::PackedGradientKernel kernel = nullptr;
     };
     template <class Q>
     static constexpr bool hasPacked = simd::allDouble<G, V, Q>;
@@ -163,7 +164,8 @@ struct GradientND<LinearND<G, V>> {
         Packed p;
         if constexpr (hasPacked<double>) {
             const u64 d = m.numDims;
-            if (!simd::avx2Available() || d < 2 || d > 3) return p;
+            p.kernel = simd::packedLinearGradientKernel(simd::simdLevel());
+            if (p.kernel == nullptr || d < 2 || d > 3) return p;
             u64 total = 1;
             for (u64 k = 0; k < d; ++k)
                 total *= m.gridSizes[k]; // checked against overflow when stored
@@ -182,8 +184,8 @@ struct GradientND<LinearND<G, V>> {
     static void scatteredPacked(const M& m, const Packed& p, const Q* const* col, u64 b, u64 e,
                                 V* const* outs, u64 stride, One&& one) {
         if constexpr (hasPacked<Q>)
-            simd::linearGradientScattered<static_cast<int>(D)>(
-                p.axes.data(), m.values, p.corners.data(), col, b, e, outs, stride, one);
+            simd::scatteredGradient(p.kernel, static_cast<int>(D), p.axes.data(), m.values,
+                                    p.corners.data(), col, b, e, outs, stride, one);
     }
 
     // A full 2-D grid of queries (stride 1, no NaN coordinate), as evaluation's separable

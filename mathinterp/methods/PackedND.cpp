@@ -359,6 +359,73 @@ u64 packedNDSingle(KindND kind, int dims, const SimdAxisF* ax, const float* valu
     return packedND(kind, dims, ax, values, cornerOffsets, col, b, e, out, outStride, redo);
 }
 
+// The multilinear gradient (double): the steps of GradientND<LinearND>::atFixed on every
+// lane. Value steps pass equal ends through; a difference needs no test for equal ends
+// (finite ones give 0 anyway, infinite ones NaN, and a NaN component is redone).
+template <int D>
+u64 packedLinearGradient(const SimdAxis* ax, const double* HWY_RESTRICT values,
+                         const std::int32_t* corners, const double* const* col, u64 b, u64 e,
+                         double* const* outs, u64 stride, u64* HWY_RESTRICT redo) {
+    constexpr int C = 1 << D;
+    const Dd d;
+    const u64 lanes = hn::Lanes(d);
+    const Vd one = hn::Set(d, 1.0);
+    auto lerp = [&](Vd a, Vd c, Vd w) HWY_ATTR {
+        return hn::IfThenElse(hn::Eq(a, c), a, hn::Add(hn::Mul(a, hn::Sub(one, w)), hn::Mul(c, w)));
+    };
+    u64 count = 0;
+    u64 q = b;
+    for (; q + lanes <= e; q += lanes) {
+        prefetchQueries(col, D, q, e);
+        Md bad = hn::FirstN(d, 0);
+        Vd offset = hn::Zero(d);
+        Vd t[D], invH[D];
+        for (int k = 0; k < D; ++k) {
+            const Vd x = hn::LoadU(d, col[k] + q);
+            Cell c;
+            locateGuess(d, ax[k], x, c, bad);
+            const Vd h = hn::Sub(c.gi1, c.gi);
+            t[k] = hn::Div(hn::Sub(x, c.gi), h);
+            invH[k] = hn::Div(one, h);
+            bad = hn::Or(bad, hn::IsNaN(t[k]));
+            offset = hn::Add(offset, hn::Mul(c.fi, hn::Set(d, static_cast<double>(ax[k].stride))));
+        }
+        HWY_ALIGN std::int32_t o[kLanesMax];
+        storeIndices(d, offset, o);
+        Vd s[C];
+        for (int c = 0; c < C; c += 2) // corners c and c + 1 are neighbours in memory
+            loadPairs(d, values + corners[c], o, s[c], s[c + 1]);
+        Vd comp[D][C / 2];
+        int n = C;
+        for (int k = 0; k < D; ++k) {
+            const Vd w = t[k];
+            for (int j = 0; j < k; ++j)
+                for (int p = 0; p < n; p += 2)
+                    comp[j][p >> 1] = lerp(comp[j][p], comp[j][p + 1], w);
+            for (int p = 0; p < n; p += 2) {
+                comp[k][p >> 1] = hn::Mul(hn::Sub(s[p + 1], s[p]), invH[k]);
+                s[p >> 1] = lerp(s[p], s[p + 1], w);
+            }
+            n >>= 1;
+        }
+        for (int k = 0; k < D; ++k) {
+            bad = hn::Or(bad, hn::IsNaN(comp[k][0]));
+            storeLanes(d, comp[k][0], q, outs[k], stride);
+        }
+        count = listLanes(d, bad, q, redo, count);
+    }
+    for (; q < e; ++q)
+        redo[count++] = q;
+    return count;
+}
+
+u64 packedLinearGradientDouble(int dims, const SimdAxis* ax, const double* values,
+                               const std::int32_t* corners, const double* const* col, u64 b, u64 e,
+                               double* const* outs, u64 stride, u64* redo) {
+    return dims == 2 ? packedLinearGradient<2>(ax, values, corners, col, b, e, outs, stride, redo)
+                     : packedLinearGradient<3>(ax, values, corners, col, b, e, outs, stride, redo);
+}
+
 } // namespace mathinterp::simd::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 #endif
@@ -385,6 +452,17 @@ PackedNDKernel<float> packedNDKernel<float>(SimdLevel level) noexcept {
 #endif
 #if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX2)
     if (level >= SimdLevel::Avx2) return &N_AVX2::packedNDSingle;
+#endif
+    (void)level;
+    return nullptr;
+}
+
+PackedGradientKernel packedLinearGradientKernel(SimdLevel level) noexcept {
+#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX3)
+    if (level >= SimdLevel::Avx512) return &N_AVX3::packedLinearGradientDouble;
+#endif
+#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX2)
+    if (level >= SimdLevel::Avx2) return &N_AVX2::packedLinearGradientDouble;
 #endif
     (void)level;
     return nullptr;

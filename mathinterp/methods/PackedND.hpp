@@ -44,4 +44,28 @@ void scatteredND(PackedNDKernel<T> kernel, KindND kind, int d, const SimdAxisOf<
         b, e, out, outStride, one);
 }
 
+// The multilinear gradient (double, d = 2 or 3): component k of query q to
+// outs[k][q * stride]; the queries left to the scalar kernel listed in redo as above.
+using PackedGradientKernel = u64 (*)(int d, const SimdAxis* axes, const double* values,
+                                     const std::int32_t* cornerOffsets, const double* const* col,
+                                     u64 b, u64 e, double* const* outs, u64 stride, u64* redo);
+PackedGradientKernel packedLinearGradientKernel(SimdLevel level) noexcept;
+
+// Queries [b, e) through a gradient kernel; one(q) runs the scalar kernel for query q and
+// writes its components.
+template <class One>
+void scatteredGradient(PackedGradientKernel kernel, int d, const SimdAxis* axes,
+                       const double* values, const std::int32_t* cornerOffsets,
+                       const double* const* col, u64 b, u64 e, double* const* outs, u64 stride,
+                       One&& one) {
+    constexpr u64 kBlock = 512;
+    u64 redo[kBlock];
+    for (u64 s = b; s < e; s += kBlock) {
+        const u64 t = s + kBlock < e ? s + kBlock : e;
+        const u64 n = kernel(d, axes, values, cornerOffsets, col, s, t, outs, stride, redo);
+        for (u64 k = 0; k < n; ++k)
+            one(redo[k]);
+    }
+}
+
 } // namespace mathinterp::simd
