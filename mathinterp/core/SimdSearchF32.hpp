@@ -3,6 +3,7 @@
 // IntervalSearch<float, float>::find.
 #pragma once
 
+#include "mathinterp/core/BucketIndex.hpp"
 #include "mathinterp/core/SimdSearch.hpp"
 
 #include <cstdint>
@@ -25,7 +26,13 @@ struct SimdAxisF {
     // then the sum, each rounded in single): a cell's ends are then computed, not gathered.
     bool arithmetic = false;
     float step = 0;
+    // A 1-D method's bucket index, or null: each lane then runs the index's own search.
+    const BucketIndex* index = nullptr;
 };
+
+// The packed search's record of a grid of precision T.
+template <class T>
+using SimdAxisOf = std::conditional_t<std::is_same_v<T, double>, SimdAxis, SimdAxisF>;
 
 inline SimdAxisF simdAxisF(const float* g, u64 n, float ms, u64 stride) noexcept {
     SimdAxisF a;

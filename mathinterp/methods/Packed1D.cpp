@@ -1,5 +1,6 @@
 // The packed 1-D kernels (see Packed1D.hpp), written once over Highway and compiled here for
 // each instruction set this file is built for; packed1DKernel picks one by packed level.
+// Double: every kind; single: linear and the step methods.
 // Only the x86 targets the levels name are built (the baseline one comes with Highway).
 #ifndef HWY_DISABLED_TARGETS
 #define HWY_DISABLED_TARGETS (HWY_SSSE3 | HWY_SSE4 | HWY_AVX3_DL)
@@ -112,6 +113,91 @@ u64 scattered1D(Kind1D k, const SimdAxis& ax, const double* values, const double
     return 0;
 }
 
+// Single precision (linear and the step methods): the guess search in packed form, or, on a
+// grid with a bucket index, the index's own search lane by lane; then the same operations as
+// the double kernel in single lanes.
+template <Kind1D K>
+u64 scattered1DSingle(const SimdAxisF& ax, const float* HWY_RESTRICT values,
+                      const float* HWY_RESTRICT x, u64 b, u64 e, float* HWY_RESTRICT out,
+                      u64 outStride, u64* HWY_RESTRICT redo) {
+    const Df d;
+    const Di di;
+    const u64 lanes = hn::Lanes(d);
+    const Vf one = hn::Set(d, 1.0f);
+    const float lastPoint = ax.g[ax.last + 1];
+    u64 count = 0;
+    u64 q = b;
+    for (; q + lanes <= e; q += lanes) {
+        if (q + kQueryAhead + lanes <= e) prefetchLine(x + q + kQueryAhead);
+        const Vf xv = hn::LoadU(d, x + q);
+        Mf bad = hn::IsNaN(xv); // NaN queries: the scalar rules
+        Vi i;
+        Vf gi, gi1;
+        if (ax.index != nullptr) {
+            HWY_ALIGN std::int32_t found[kLanesMax * 2];
+            for (u64 l = 0; l < lanes; ++l) {
+                const float xl = x[q + l];
+                found[l] = !(xl >= ax.second) ? 0
+                           : xl >= ax.penultimate
+                               ? ax.last
+                               : static_cast<std::int32_t>(ax.index->find(ax.g, xl));
+            }
+            i = hn::Load(di, found);
+            loadPairsF(d, ax.g, i, gi, gi1);
+        } else {
+            locateGuessF(d, ax, xv, i, gi, gi1, bad);
+        }
+        Vf r;
+        if constexpr (K == Kind1D::Linear) {
+            const Vf t = hn::Div(hn::Sub(xv, gi), hn::Sub(gi1, gi));
+            Vf a, v;
+            loadPairsF(d, values, i, a, v);
+            const Vf lower = hn::Mul(hn::Sub(one, t), a);
+            const Vf upper = hn::Mul(v, t);
+            r = hn::IfThenElse(hn::Eq(a, v), a, hn::Add(lower, upper));
+            bad = hn::Or(bad, hn::IsNaN(r)); // the scalar's NaN rules
+        } else {
+            Mf up; // take values[i + 1]
+            if constexpr (K == Kind1D::Nearest) {
+                up = hn::Ge(hn::Sub(xv, gi), hn::Sub(gi1, xv));
+            } else if constexpr (K == Kind1D::Next) {
+                up = hn::Gt(xv, gi);
+                bad = hn::Or(bad, hn::Gt(xv, hn::Set(d, lastPoint)));
+            } else {
+                up = hn::Ge(xv, hn::Set(d, lastPoint));
+                bad = hn::Or(bad, hn::Lt(xv, hn::Set(d, ax.g[0])));
+            }
+            const Vi chosen =
+                hn::Add(i, hn::IfThenElseZero(hn::RebindMask(di, up), hn::Set(di, 1)));
+            r = hn::GatherIndex(d, values, chosen);
+        }
+        storeLanes(d, r, q, out, outStride);
+        count = listLanes(d, bad, q, redo, count);
+    }
+    for (; q < e; ++q)
+        redo[count++] = q;
+    return count;
+}
+
+u64 scattered1DF(Kind1D k, const SimdAxisF& ax, const float* values, const float* x, u64 b, u64 e,
+                 float* out, u64 outStride, u64* redo) {
+    switch (k) {
+    case Kind1D::Linear:
+        return scattered1DSingle<Kind1D::Linear>(ax, values, x, b, e, out, outStride, redo);
+    case Kind1D::Nearest:
+        return scattered1DSingle<Kind1D::Nearest>(ax, values, x, b, e, out, outStride, redo);
+    case Kind1D::Next:
+        return scattered1DSingle<Kind1D::Next>(ax, values, x, b, e, out, outStride, redo);
+    case Kind1D::Previous:
+        return scattered1DSingle<Kind1D::Previous>(ax, values, x, b, e, out, outStride, redo);
+    case Kind1D::Cubic: // no single-precision cubic kernel
+        break;
+    }
+    for (u64 q = b; q < e; ++q)
+        redo[q - b] = q;
+    return e - b;
+}
+
 } // namespace mathinterp::simd::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 #endif
@@ -119,12 +205,25 @@ HWY_AFTER_NAMESPACE();
 #if HWY_ONCE
 namespace mathinterp::simd {
 
-Packed1DKernel packed1DKernel(SimdLevel level) noexcept {
+template <>
+Packed1DKernel<double> packed1DKernel<double>(SimdLevel level) noexcept {
 #if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX3)
     if (level >= SimdLevel::Avx512) return &N_AVX3::scattered1D;
 #endif
 #if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX2)
     if (level >= SimdLevel::Avx2) return &N_AVX2::scattered1D;
+#endif
+    (void)level;
+    return nullptr;
+}
+
+template <>
+Packed1DKernel<float> packed1DKernel<float>(SimdLevel level) noexcept {
+#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX3)
+    if (level >= SimdLevel::Avx512) return &N_AVX3::scattered1DF;
+#endif
+#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX2)
+    if (level >= SimdLevel::Avx2) return &N_AVX2::scattered1DF;
 #endif
     (void)level;
     return nullptr;

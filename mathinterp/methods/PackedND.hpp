@@ -17,9 +17,6 @@ namespace mathinterp::simd {
 
 enum class KindND { Linear, Nearest, Cubic }; // Cubic: double only
 
-template <class T>
-using SimdAxisOf = std::conditional_t<std::is_same_v<T, double>, SimdAxis, SimdAxisF>;
-
 // Queries [b, e) of columns col[0 .. d) (d = 2 or 3) to out[q * outStride], the queries
 // left to the scalar kernel listed in redo (room for e - b) and counted in the result.
 // cornerOffsets: the 2^d corners' offsets from a cell's first value (multilinear only).

@@ -18,9 +18,9 @@ public:
     void complete() { index_.ensure(this->gridPoints, this->numPoints, this->meanSpacing); }
     const BucketIndex* bucketIndex() const noexcept { return index_.bucketIndex(); }
 
-    // The packed path (see Packed1D.hpp): double grid, values and queries, AVX2.
+    // The packed path (see Packed1D.hpp): grid, values and queries all double or all single.
     template <class Q>
-    static constexpr bool hasSimdPath = simd::allDouble<G, V, Q>;
+    static constexpr bool hasSimdPath = simd::allDouble<G, V, Q> || simd::allSingle<G, V, Q>;
     bool simdUsable() const noexcept { return index_.packedUsable(); }
     template <class Q, class One>
     void scatteredSimd(const Q* x, u64 b, u64 e, V* out, u64 stride, One&& one) const {
@@ -51,9 +51,9 @@ public:
     void complete() { index_.ensure(this->gridPoints, this->numPoints, this->meanSpacing); }
     const BucketIndex* bucketIndex() const noexcept { return index_.bucketIndex(); }
 
-    // The packed path (see Packed1D.hpp): double grid, values and queries, AVX2.
+    // The packed path (see Packed1D.hpp): grid, values and queries all double or all single.
     template <class Q>
-    static constexpr bool hasSimdPath = simd::allDouble<G, V, Q>;
+    static constexpr bool hasSimdPath = simd::allDouble<G, V, Q> || simd::allSingle<G, V, Q>;
     bool simdUsable() const noexcept { return index_.packedUsable(); }
     template <class Q, class One>
     void scatteredSimd(const Q* x, u64 b, u64 e, V* out, u64 stride, One&& one) const {
@@ -82,9 +82,9 @@ public:
     void complete() { index_.ensure(this->gridPoints, this->numPoints, this->meanSpacing); }
     const BucketIndex* bucketIndex() const noexcept { return index_.bucketIndex(); }
 
-    // The packed path (see Packed1D.hpp): double grid, values and queries, AVX2.
+    // The packed path (see Packed1D.hpp): grid, values and queries all double or all single.
     template <class Q>
-    static constexpr bool hasSimdPath = simd::allDouble<G, V, Q>;
+    static constexpr bool hasSimdPath = simd::allDouble<G, V, Q> || simd::allSingle<G, V, Q>;
     bool simdUsable() const noexcept { return index_.packedUsable(); }
     template <class Q, class One>
     void scatteredSimd(const Q* x, u64 b, u64 e, V* out, u64 stride, One&& one) const {
