@@ -61,6 +61,17 @@ def mi_1d(method):
     return build
 
 
+def mi_1d_single(method):
+    """The same 1-D interpolant from single-precision grid, values and queries."""
+
+    def build(d):
+        F = griddedInterpolant(d["x"].astype(np.float32), d["v"].astype(np.float32), method)
+        xq = d["xq"].astype(np.float32)
+        return lambda: F(xq)
+
+    return build
+
+
 def interp1d_peer(kind):
     def build(d):
         f = si.interp1d(d["x"], d["v"], kind=kind, assume_sorted=True)
@@ -315,6 +326,11 @@ CASES = [
     # The same query loop against three copies of its queries (goal: within 3x, ratio >= 1.1).
     Case("1-D linear uniform vs copies", "linear", data_1d_uniform, mi_1d("linear"),
          {"3 x np.copyto": copy_three_times}, tolerance=np.inf),
+    # Single precision against our own double path on the same data.
+    Case("1-D linear uniform float32", "linear", data_1d_uniform, mi_1d_single("linear"),
+         {"mathinterp float64": mi_1d("linear")}, tolerance=1e-4),
+    Case("1-D linear random float32", "linear", data_1d, mi_1d_single("linear"),
+         {"mathinterp float64": mi_1d("linear")}, tolerance=1e-4),
     Case("1-D cubic uniform", "cubic", data_1d_uniform, mi_1d("cubic"),
          {"map_coordinates(3)": map_coordinates_1d}, tolerance=np.inf),
     Case("1-D makima uniform", "makima", data_1d_uniform, mi_1d("makima"),

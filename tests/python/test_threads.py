@@ -6,6 +6,7 @@ method; warnings go to the issuing thread; and a large evaluation allocates only
 
 import copy
 import json
+import os
 import subprocess
 import sys
 import threading
@@ -129,6 +130,41 @@ def test_warnings_from_threads_are_issued_on_the_issuing_thread():
         (n, idents[k]) for k, n in enumerate(names)
     )
     assert all(c is mathinterp.InterpolationWarning for _, _, c in seen)
+
+
+WIDTH_PROBE = r"""
+import hashlib, warnings
+import numpy as np, mathinterp
+warnings.simplefilter("ignore")
+rng = np.random.default_rng(7)
+digest = hashlib.sha256()
+for dtype in (np.float64, np.float32):
+    for shape in ((1000,), (60, 50), (20, 18, 16)):
+        grid = tuple(np.cumsum(rng.uniform(0.5, 1.5, n)).astype(dtype) for n in shape)
+        grid = grid if len(shape) > 1 else grid[0]
+        values = rng.standard_normal(shape).astype(dtype)
+        q = np.column_stack([rng.uniform(-1.0, n + 1.0, 5000) for n in shape]).astype(dtype)
+        q[::101] = np.nan
+        for method in mathinterp.METHODS:
+            if len(shape) > 1 and method in ("next", "previous", "pchip"):
+                continue
+            F = mathinterp.griddedInterpolant(grid, values, method)
+            digest.update(np.ascontiguousarray(F(q if len(shape) > 1 else q[:, 0])).tobytes())
+print(digest.hexdigest())
+"""
+
+
+@needs_class
+def test_results_do_not_depend_on_the_packed_width():
+    """MATHINTERP_SIMD caps the packed kernels for a process: sixteen/eight lanes, eight/four
+    lanes and the scalar kernels give the same bits, in double and single precision."""
+    runs = {}
+    for width in ("", "avx2", "none"):
+        env = dict(os.environ, MATHINTERP_SIMD=width)
+        out = subprocess.run([sys.executable, "-c", WIDTH_PROBE], capture_output=True, text=True,
+                             env=env, check=True)
+        runs[width] = out.stdout.strip()
+    assert runs["avx2"] == runs[""] and runs["none"] == runs[""], runs
 
 
 MEMORY_PROBE = r"""
