@@ -190,6 +190,46 @@ HWY_INLINE void locateGuessF(Df d, const SimdAxisF& a, Vf x, Vi& i, Vf& gi, Vf& 
     bad = hn::Or(bad, hn::Not(hn::Or(hn::Or(low, high), inCell)));
 }
 
+// The bucket index for single lanes (never misses): the bucket in double, as
+// BucketIndex::bucket forms it (each half of the lanes widened exactly), then every lane
+// halves its candidates as often as the widest needs, as locateIndexed does.
+HWY_INLINE void locateIndexedF(Df d, const SimdAxisF& a, Vf x, Vi& i, Vf& gi, Vf& gi1) {
+    const Di di;
+    const BucketIndex& index = *a.index;
+    const Mf low = hn::Not(hn::Ge(x, hn::Set(d, a.second)));
+    const Mf high = hn::Ge(x, hn::Set(d, a.penultimate));
+    const hn::Repartition<double, Df> dd;
+    const hn::Rebind<std::int32_t, decltype(dd)> dh;
+    const hn::Half<Df> dfh;
+    auto bucketOf = [&](hn::Vec<decltype(dd)> xd) HWY_ATTR {
+        auto v = hn::Mul(hn::Sub(xd, hn::Set(dd, index.first)), hn::Set(dd, index.scale));
+        v = hn::Min(hn::Max(v, hn::Zero(dd)), hn::Set(dd, index.maxBucket));
+        return hn::DemoteTo(dh, v);
+    };
+    Vi b = hn::Combine(di, bucketOf(hn::PromoteTo(dd, hn::UpperHalf(dfh, x))),
+                       bucketOf(hn::PromoteTo(dd, hn::LowerHalf(dfh, x))));
+    b = hn::IfThenZeroElse(hn::RebindMask(di, low), b); // NaN and low lanes: answered below
+    const std::int32_t* start = reinterpret_cast<const std::int32_t*>(index.start.data());
+    Vi j = hn::GatherIndex(di, start, b);
+    const Vi hi = hn::GatherIndex(di, start, hn::Add(b, hn::Set(di, 1)));
+    HWY_ALIGN std::int32_t span[kLanesMax * 2];
+    hn::Store(hn::Sub(hi, j), di, span);
+    std::uint32_t widest = 0;
+    for (std::size_t l = 0; l < hn::Lanes(di); ++l)
+        widest |= static_cast<std::uint32_t>(span[l]);
+    if (widest != 0) {
+        for (std::int32_t step = std::int32_t{1} << (31 - __builtin_clz(widest)); step != 0;
+             step >>= 1) {
+            const Vi cand = hn::Min(hn::Add(j, hn::Set(di, step)), hi);
+            const Mf ge = hn::Ge(x, hn::GatherIndex(d, a.g, cand));
+            j = hn::IfThenElse(hn::RebindMask(di, ge), cand, j);
+        }
+    }
+    i = hn::IfThenElse(hn::RebindMask(di, high), hn::Set(di, a.last),
+                       hn::IfThenZeroElse(hn::RebindMask(di, low), j));
+    loadPairsF(d, a.g, i, gi, gi1);
+}
+
 // Results r of queries q .. q + lanes to out[(q + l) * outStride].
 template <class D>
 HWY_INLINE void storeLanes(D d, hn::Vec<D> r, u64 q, hn::TFromD<D>* HWY_RESTRICT out,

@@ -113,9 +113,8 @@ u64 scattered1D(Kind1D k, const SimdAxis& ax, const double* values, const double
     return 0;
 }
 
-// Single precision (linear and the step methods): the guess search in packed form, or, on a
-// grid with a bucket index, the index's own search lane by lane; then the same operations as
-// the double kernel in single lanes.
+// Single precision (linear and the step methods): the packed search (bucket index or guess),
+// then the same operations as the double kernel in single lanes.
 template <Kind1D K>
 u64 scattered1DSingle(const SimdAxisF& ax, const float* HWY_RESTRICT values,
                       const float* HWY_RESTRICT x, u64 b, u64 e, float* HWY_RESTRICT out,
@@ -134,16 +133,7 @@ u64 scattered1DSingle(const SimdAxisF& ax, const float* HWY_RESTRICT values,
         Vi i;
         Vf gi, gi1;
         if (ax.index != nullptr) {
-            HWY_ALIGN std::int32_t found[kLanesMax * 2];
-            for (u64 l = 0; l < lanes; ++l) {
-                const float xl = x[q + l];
-                found[l] = !(xl >= ax.second) ? 0
-                           : xl >= ax.penultimate
-                               ? ax.last
-                               : static_cast<std::int32_t>(ax.index->find(ax.g, xl));
-            }
-            i = hn::Load(di, found);
-            loadPairsF(d, ax.g, i, gi, gi1);
+            locateIndexedF(d, ax, xv, i, gi, gi1);
         } else {
             locateGuessF(d, ax, xv, i, gi, gi1, bad);
         }
