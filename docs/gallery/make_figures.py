@@ -101,7 +101,8 @@ def speed_ratios():
     cases, ratios = [], []
     for cells in rows[1:]:
         cells = [c.strip() for c in cells]
-        ratio = re.sub(r"[^0-9.]", "", cells[at])
+        # A range ("1.41-1.46") counts by its lower end; "52 000" is one number.
+        ratio = re.sub(r"[^0-9.]", "", cells[at].split("-")[0].split("(")[0])
         if ratio:
             cases.append(f"{cells[0]}  vs {cells[2]}".replace("`", ""))
             ratios.append(float(ratio))
