@@ -333,7 +333,7 @@ u64 packedND(KindND kind, int dims, const Axis* ax, const T* values,
     };
     using L = std::integral_constant<KindND, KindND::Linear>;
     using N = std::integral_constant<KindND, KindND::Nearest>;
-    if (kind == KindND::Cubic) {
+    if (kind == KindND::Cubic) { // 2-D: kept for measuring; CubicND runs its own (decision 52)
         if constexpr (isDouble)
             return dims == 2 ? packedCubic<2>(ax, values, col, b, e, out, outStride, redo)
                              : packedCubic<3>(ax, values, col, b, e, out, outStride, redo);
