@@ -1,8 +1,7 @@
 // The packed search's per-dimension record and level, the block runner of the compiled
-// packed kernels, and the hand-written AVX2 interval search of four double queries that the
-// cubic and gradient kernels still use: interval index and cell ends per lane with exactly
-// the scalar search's results (packed IEEE operations, no fused multiply-add). A lane whose
-// guess misses, or whose query is NaN, is flagged for the scalar kernel.
+// packed kernels, and the hand-written AVX2 helpers the 2-D cubic kernels still use (a cell's
+// ends, pair loads, stores and redone lanes), with packed IEEE operations and no fused
+// multiply-add.
 #pragma once
 
 #include "mathinterp/core/Numeric.hpp"
@@ -103,36 +102,6 @@ __attribute__((target("avx2"))) inline void cellEnds(const SimdAxis& a, __m128i 
     } else {
         loadPairs(a.g, i, gi, gi1);
     }
-}
-
-// Lane l of x: interval i (as IntervalSearch::find) with its ends g[i], g[i+1]; bad set where
-// the guess missed (those lanes' i is not the search's).
-__attribute__((target("avx2"))) inline void locateCell(const SimdAxis& a, __m256d x, __m128i& iOut,
-                                                       __m256d& giOut, __m256d& gi1Out,
-                                                       __m256d& bad) noexcept {
-    const __m256d zero = _mm256_setzero_pd();
-    const __m256i pack = _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6); // 64-bit masks to 32-bit
-    const __m256d low = _mm256_cmp_pd(x, _mm256_set1_pd(a.second), _CMP_NGE_UQ);
-    const __m256d high = _mm256_cmp_pd(x, _mm256_set1_pd(a.penultimate), _CMP_GE_OQ);
-    __m256d guess =
-        _mm256_sub_pd(_mm256_mul_pd(x, _mm256_set1_pd(a.inv)), _mm256_set1_pd(a.firstTimesInv));
-    guess = _mm256_min_pd(_mm256_max_pd(guess, zero), _mm256_set1_pd(static_cast<double>(a.last)));
-    __m128i i = _mm256_cvttpd_epi32(guess);
-    const __m128i lowI =
-        _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(_mm256_castpd_si256(low), pack));
-    const __m128i highI =
-        _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(_mm256_castpd_si256(high), pack));
-    i = _mm_andnot_si128(lowI, i);
-    i = _mm_blendv_epi8(i, _mm_set1_epi32(a.last), highI);
-    __m256d gi, gi1;
-    cellEnds(a, i, gi, gi1);
-    const __m256d inCell =
-        _mm256_and_pd(_mm256_cmp_pd(x, gi, _CMP_GE_OQ), _mm256_cmp_pd(x, gi1, _CMP_LT_OQ));
-    bad = _mm256_or_pd(bad, _mm256_andnot_pd(_mm256_or_pd(_mm256_or_pd(low, high), inCell),
-                                             _mm256_castsi256_pd(_mm256_set1_epi64x(-1))));
-    iOut = i;
-    giOut = gi;
-    gi1Out = gi1;
 }
 
 // The lanes set in bad (bit l: query q + l) redone by the scalar kernel one(q + l).

@@ -13,7 +13,6 @@
 
 #include "mathinterp/methods/ConstantND.hpp"
 #include "mathinterp/methods/CubicND.hpp"
-#include "mathinterp/methods/CubicNDGradientSimd.hpp"
 #include "mathinterp/methods/Gradient1D.hpp"
 #include "mathinterp/methods/LinearND.hpp"
 #include "mathinterp/methods/NearestND.hpp"
@@ -372,18 +371,20 @@ struct GradientND<CubicND<G, V>> {
         }
     }
 
-    // The packed scattered path (CubicNDGradientSimd.hpp): double grid, values and queries,
-    // d = 2 with at least four points per dimension, AVX2, a value plane small enough for
-    // 32-bit offsets. Empty axes: the path is off.
+    // The packed scattered path (PackedND.hpp): double grid, values and queries, d = 2 with
+    // at least four points per dimension, a packed level with a kernel, a value plane small
+    // enough for 32-bit offsets. Empty axes: the path is off.
     struct Packed {
         platform::HostVector<simd::SimdAxis> axes;
+        simd::PackedGradientKernel kernel = nullptr;
     };
     template <class Q>
     static constexpr bool hasPacked = simd::allDouble<G, V, Q>;
     static Packed makePacked(const M& m) {
         Packed p;
         if constexpr (hasPacked<double>) {
-            if (!simd::avx2Available() || m.numDims != 2) return p;
+            p.kernel = simd::packedCubicGradientKernel(simd::simdLevel());
+            if (p.kernel == nullptr || m.numDims != 2) return p;
             if (m.totalValues >= (u64{1} << 31)) return p;
             if (m.gridSizes[0] < 4 || m.gridSizes[1] < 4) return p;
             for (u64 k = 0; k < 2; ++k)
@@ -398,7 +399,8 @@ struct GradientND<CubicND<G, V>> {
     static void scatteredPacked(const M& m, const Packed& p, const Q* const* col, u64 b, u64 e,
                                 V* const* outs, u64 stride, One&& one) {
         if constexpr (hasPacked<Q> && D == 2) {
-            simd::cubicGradientScattered2(p.axes.data(), m.values, col, b, e, outs, stride, one);
+            simd::scatteredGradient(p.kernel, 2, p.axes.data(), m.values, nullptr, col, b, e, outs,
+                                    stride, one);
         } else {
             for (u64 q = b; q < e; ++q)
                 one(q);

@@ -206,20 +206,21 @@ HWY_INLINE void loadRows(Dd d, const double* HWY_RESTRICT base, const std::int32
 // Where a vector of queries sits: each lane's first neighbourhood entry, its fractions, and
 // the lanes that must take the scalar kernel (boundary cell, missed guess, NaN query). Every
 // lane's entry is a valid one, so the whole vector is reduced and those lanes redone.
-template <int D>
+template <int D, bool Widths = false>
 struct CubicGroup {
     HWY_ALIGN std::int32_t first[kLanesMax];
     HWY_ALIGN double t[D][kLanesMax];
-    std::uint64_t bad; // bit l: lane l
+    HWY_ALIGN double h[Widths ? D : 1][kLanesMax]; // cell widths (the gradient's)
+    std::uint64_t bad;                             // bit l: lane l
 };
 
 // Only interior cells are wanted (1 <= i <= n - 3), so the guess is clamped to them and the
 // cell check alone decides: a query in a first or last cell, outside the grid or NaN fails
 // it, as does a missed guess. The clamp keeps a failing lane's neighbourhood in the grid.
-template <int D>
+template <int D, bool Widths>
 HWY_INLINE void locateCubic(Dd d, const SimdAxis* ax, const double* HWY_RESTRICT values,
                             const std::int32_t* strides, const double* const* col, u64 q, u64 e,
-                            CubicGroup<D>& g) {
+                            CubicGroup<D, Widths>& g) {
     prefetchQueries(col, D, q, e);
     const Vd one = hn::Set(d, 1.0);
     Md bad = hn::FirstN(d, 0);
@@ -241,7 +242,9 @@ HWY_INLINE void locateCubic(Dd d, const SimdAxis* ax, const double* HWY_RESTRICT
             loadPairs(d, a.g, c.o, c.gi, c.gi1);
         }
         bad = hn::Or(bad, hn::Not(hn::And(hn::Ge(x, c.gi), hn::Lt(x, c.gi1))));
-        hn::Store(hn::Div(hn::Sub(x, c.gi), hn::Sub(c.gi1, c.gi)), d, g.t[k]);
+        const Vd width = hn::Sub(c.gi1, c.gi);
+        hn::Store(hn::Div(hn::Sub(x, c.gi), width), d, g.t[k]);
+        if constexpr (Widths) hn::Store(width, d, g.h[k]);
         first =
             hn::Add(first, hn::Mul(hn::Sub(c.fi, one), hn::Set(d, static_cast<double>(a.stride))));
     }
@@ -426,6 +429,73 @@ u64 packedLinearGradientDouble(int dims, const SimdAxis* ax, const double* value
                      : packedLinearGradient<3>(ax, values, corners, col, b, e, outs, stride, redo);
 }
 
+// The 2-D cubic gradient: the value kernel's rows reduced with the value and the derivative
+// weights of dimension 0, then both reduced along dimension 1, as GradientND<CubicND> does.
+// The derivatives in t of the weights, formed as grad::cubicWeightDerivatives<1> forms them.
+HWY_INLINE CubicWeights cubicWeightDerivatives(Dd d, Vd t) {
+    const Vd one = hn::Set(d, 1.0), three = hn::Set(d, 3.0), nine = hn::Set(d, 9.0);
+    CubicWeights w;
+    w.wm1 = hn::Sub(hn::Mul(hn::Sub(hn::Set(d, 4.0), hn::Mul(three, t)), t), one);
+    w.w0 = hn::Mul(hn::Sub(hn::Mul(nine, t), hn::Set(d, 10.0)), t);
+    w.w1 = hn::Add(hn::Mul(hn::Sub(hn::Set(d, 8.0), hn::Mul(nine, t)), t), one);
+    w.w2 = hn::Mul(hn::Sub(hn::Mul(three, t), hn::Set(d, 2.0)), t);
+    return w;
+}
+
+u64 packedCubicGradient2(const SimdAxis* ax, const double* HWY_RESTRICT values,
+                         const double* const* col, u64 b, u64 e, double* const* outs, u64 stride,
+                         u64* HWY_RESTRICT redo) {
+    const Dd d;
+    const u64 lanes = hn::Lanes(d);
+    constexpr u64 kAhead = 32 / (hn::MaxLanes(Dd()) < 32 ? hn::MaxLanes(Dd()) : 32);
+    CubicGroup<2, true> ring[kAhead];
+    const std::int32_t strides[3] = {1, ax[1].stride, 0};
+    const u64 groups = (e - b) / lanes;
+    for (u64 j = 0; j < groups && j < kAhead; ++j)
+        locateCubic(d, ax, values, strides, col, b + lanes * j, e, ring[j]);
+    const Vd quarter = hn::Set(d, 0.25);
+    u64 count = 0;
+    for (u64 j = 0; j < groups; ++j) {
+        CubicGroup<2, true>& g = ring[j % kAhead];
+        const u64 q = b + lanes * j;
+        const Vd t0 = hn::Load(d, g.t[0]), t1 = hn::Load(d, g.t[1]);
+        const CubicWeights w0 = cubicWeights(d, t0), d0 = cubicWeightDerivatives(d, t0);
+        Vd rows[4], drows[4];
+        for (int r = 0; r < 4; ++r) {
+            Vd v[4];
+            loadRows(d, values + r * strides[1], g.first, v);
+            drows[r] = convolve4(d0, v[0], v[1], v[2], v[3]);
+            rows[r] = convolve4(w0, v[0], v[1], v[2], v[3]);
+        }
+        const CubicWeights w1 = cubicWeights(d, t1), d1 = cubicWeightDerivatives(d, t1);
+        // The division by 2^d = 4 as a product with 0.25: the same correctly rounded quotient.
+        const Vd g0 =
+            hn::Div(hn::Mul(convolve4(w1, drows[0], drows[1], drows[2], drows[3]), quarter),
+                    hn::Load(d, g.h[0]));
+        const Vd g1 = hn::Div(hn::Mul(convolve4(d1, rows[0], rows[1], rows[2], rows[3]), quarter),
+                              hn::Load(d, g.h[1]));
+        storeLanes(d, g0, q, outs[0], stride);
+        storeLanes(d, g1, q, outs[1], stride);
+        std::uint8_t bits[8] = {};
+        hn::StoreMaskBits(d, hn::Or(hn::IsNaN(g0), hn::IsNaN(g1)), bits);
+        std::uint64_t nan = 0;
+        std::memcpy(&nan, bits, sizeof nan);
+        for (std::uint64_t m = g.bad | nan; m != 0; m &= m - 1)
+            redo[count++] = q + static_cast<u64>(__builtin_ctzll(m));
+        if (j + kAhead < groups)
+            locateCubic(d, ax, values, strides, col, b + lanes * (j + kAhead), e, g);
+    }
+    for (u64 q = b + lanes * groups; q < e; ++q)
+        redo[count++] = q;
+    return count;
+}
+
+u64 packedCubicGradientDouble(int, const SimdAxis* ax, const double* values, const std::int32_t*,
+                              const double* const* col, u64 b, u64 e, double* const* outs,
+                              u64 stride, u64* redo) {
+    return packedCubicGradient2(ax, values, col, b, e, outs, stride, redo);
+}
+
 } // namespace mathinterp::simd::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
 #endif
@@ -463,6 +533,17 @@ PackedGradientKernel packedLinearGradientKernel(SimdLevel level) noexcept {
 #endif
 #if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX2)
     if (level >= SimdLevel::Avx2) return &N_AVX2::packedLinearGradientDouble;
+#endif
+    (void)level;
+    return nullptr;
+}
+
+PackedGradientKernel packedCubicGradientKernel(SimdLevel level) noexcept {
+#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX3)
+    if (level >= SimdLevel::Avx512) return &N_AVX3::packedCubicGradientDouble;
+#endif
+#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX2)
+    if (level >= SimdLevel::Avx2) return &N_AVX2::packedCubicGradientDouble;
 #endif
     (void)level;
     return nullptr;

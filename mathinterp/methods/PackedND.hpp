@@ -47,6 +47,8 @@ using PackedGradientKernel = u64 (*)(int d, const SimdAxis* axes, const double* 
                                      const std::int32_t* cornerOffsets, const double* const* col,
                                      u64 b, u64 e, double* const* outs, u64 stride, u64* redo);
 PackedGradientKernel packedLinearGradientKernel(SimdLevel level) noexcept;
+// The cubic-convolution gradient (double, d = 2 only; cornerOffsets unused).
+PackedGradientKernel packedCubicGradientKernel(SimdLevel level) noexcept;
 
 // Queries [b, e) through a gradient kernel; one(q) runs the scalar kernel for query q and
 // writes its components.
