@@ -331,6 +331,8 @@ CASES = [
          {"mathinterp float64": mi_1d("linear")}, tolerance=1e-4),
     Case("1-D linear random float32", "linear", data_1d, mi_1d_single("linear"),
          {"mathinterp float64": mi_1d("linear")}, tolerance=1e-4),
+    Case("1-D cubic uniform float32", "cubic", data_1d_uniform, mi_1d_single("cubic"),
+         {"mathinterp float64": mi_1d("cubic")}, tolerance=1e-3),
     Case("1-D cubic uniform", "cubic", data_1d_uniform, mi_1d("cubic"),
          {"map_coordinates(3)": map_coordinates_1d}, tolerance=np.inf),
     Case("1-D makima uniform", "makima", data_1d_uniform, mi_1d("makima"),

@@ -58,10 +58,10 @@ public:
         ghostsGuard_.reset();
     }
 
-    // The packed path (see Packed1D.hpp): double grid, values and queries, AVX2; the end
-    // cells (ghost values) take this kernel.
+    // The packed path (see Packed1D.hpp): grid, values and queries all double or all
+    // single; the end cells (ghost values) take this kernel.
     template <class Q>
-    static constexpr bool hasSimdPath = simd::allDouble<G, V, Q>;
+    static constexpr bool hasSimdPath = simd::allDouble<G, V, Q> || simd::allSingle<G, V, Q>;
     bool simdUsable() const noexcept { return spacingsGuard_.ready() && packed_.usable; }
     template <class Q, class One>
     void scatteredSimd(const Q* x, u64 b, u64 e, V* out, u64 stride, One&& one) const {

@@ -1,6 +1,6 @@
 // The packed 1-D kernels (see Packed1D.hpp), written once over Highway and compiled here for
 // each instruction set this file is built for; packed1DKernel picks one by packed level.
-// Double: every kind; single: linear and the step methods.
+// Every kind in double and in single precision.
 // Only the x86 targets the levels name are built (the baseline one comes with Highway).
 #ifndef HWY_DISABLED_TARGETS
 #define HWY_DISABLED_TARGETS (HWY_SSSE3 | HWY_SSE4 | HWY_AVX3_DL)
@@ -113,8 +113,8 @@ u64 scattered1D(Kind1D k, const SimdAxis& ax, const double* values, const double
     return 0;
 }
 
-// Single precision (linear and the step methods): the packed search (bucket index or guess),
-// then the same operations as the double kernel in single lanes.
+// Single precision: the packed search (bucket index or guess), then the same operations as
+// the double kernel in single lanes.
 template <Kind1D K>
 u64 scattered1DSingle(const SimdAxisF& ax, const float* HWY_RESTRICT values,
                       const float* HWY_RESTRICT x, u64 b, u64 e, float* HWY_RESTRICT out,
@@ -138,7 +138,28 @@ u64 scattered1DSingle(const SimdAxisF& ax, const float* HWY_RESTRICT values,
             locateGuessF(d, ax, xv, i, gi, gi1, bad);
         }
         Vf r;
-        if constexpr (K == Kind1D::Linear) {
+        if constexpr (K == Kind1D::Cubic) {
+            // Interior cells only (the end cells' ghost values are the scalar kernel's), with
+            // cubicWeights' operations and the scalar sum's order, as cubicInterior.
+            const Vi last = hn::Set(di, ax.last), oneI = hn::Set(di, 1);
+            const auto edge = hn::Or(hn::Eq(i, hn::Zero(di)), hn::Eq(i, last));
+            bad = hn::Or(bad, hn::RebindMask(d, edge));
+            const Vi k = hn::Min(hn::Max(i, oneI), hn::Sub(last, oneI));
+            Vf ym1, y0, y1, y2;
+            loadPairsF(d, values, hn::Sub(k, oneI), ym1, y0);
+            loadPairsF(d, values, hn::Add(k, oneI), y1, y2);
+            const Vf t = hn::Div(hn::Sub(xv, gi), hn::Sub(gi1, gi));
+            const Vf two = hn::Set(d, 2.0f), three = hn::Set(d, 3.0f);
+            const Vf t2 = hn::Mul(t, t);
+            const Vf wm1 = hn::Mul(hn::Sub(hn::Mul(hn::Sub(two, t), t), one), t);
+            const Vf w0 = hn::Add(hn::Mul(hn::Sub(hn::Mul(three, t), hn::Set(d, 5.0f)), t2), two);
+            const Vf w1 =
+                hn::Mul(hn::Add(hn::Mul(hn::Sub(hn::Set(d, 4.0f), hn::Mul(three, t)), t), one), t);
+            const Vf w2 = hn::Mul(hn::Sub(t, one), t2);
+            const Vf inner = hn::Add(hn::Add(hn::Mul(w0, y0), hn::Mul(wm1, ym1)), hn::Mul(w1, y1));
+            r = hn::Mul(hn::Set(d, 0.5f), hn::Add(hn::Mul(w2, y2), inner));
+            bad = hn::Or(bad, hn::IsNaN(r)); // the engine's NaN
+        } else if constexpr (K == Kind1D::Linear) {
             const Vf t = hn::Div(hn::Sub(xv, gi), hn::Sub(gi1, gi));
             Vf a, v;
             loadPairsF(d, values, i, a, v);
@@ -180,12 +201,10 @@ u64 scattered1DF(Kind1D k, const SimdAxisF& ax, const float* values, const float
         return scattered1DSingle<Kind1D::Next>(ax, values, x, b, e, out, outStride, redo);
     case Kind1D::Previous:
         return scattered1DSingle<Kind1D::Previous>(ax, values, x, b, e, out, outStride, redo);
-    case Kind1D::Cubic: // no single-precision cubic kernel
-        break;
+    case Kind1D::Cubic:
+        return scattered1DSingle<Kind1D::Cubic>(ax, values, x, b, e, out, outStride, redo);
     }
-    for (u64 q = b; q < e; ++q)
-        redo[q - b] = q;
-    return e - b;
+    return 0;
 }
 
 } // namespace mathinterp::simd::HWY_NAMESPACE

@@ -1,6 +1,6 @@
 // The 1-D linear, nearest, next, previous and cubic-convolution kernels a vector of queries
-// at a time (grid, values and queries of one precision; cubic in double), written once over
-// Highway in Packed1D.cpp and
+// at a time (grid, values and queries of one precision), written once over Highway in
+// Packed1D.cpp and
 // compiled per instruction set: the packed interval search (bucket index or guess), then the
 // scalar kernel's operations in its order. A lane the packed form does not cover (a NaN query
 // or result, a missed guess, next/previous beyond the grid, cubic's end cells with their
@@ -20,8 +20,7 @@ enum class Kind1D { Linear, Nearest, Next, Previous, Cubic };
 
 // Queries x[b, e) of kind k to out[q * outStride], packed; the queries left to the scalar
 // kernel (lanes the packed form does not cover, and a tail shorter than a vector) are listed
-// in redo (room for e - b entries) and counted in the result. T: double, or float for all but
-// cubic convolution.
+// in redo (room for e - b entries) and counted in the result. T: double or float.
 template <class T>
 using Packed1DKernel = u64 (*)(Kind1D k, const SimdAxisOf<T>& axis, const T* values, const T* x,
                                u64 b, u64 e, T* out, u64 outStride, u64* redo);
