@@ -202,24 +202,36 @@ void BM_SplineND_3D_BuildLastDim(benchmark::State& s) {
     buildCase<SN>(s, 3, 100, true);
 }
 
+// The kernels-alone cases' data: the 1000^2 grid, its packed axes, 10^6 scattered queries.
+struct KernelCase {
+    static constexpr u64 n = 1000, m = 1000000;
+    Data data{2, n};
+    simd::SimdAxis axes[2] = {simd::simdAxis(data.x[0].data(), n, 1.0 / 999.0, 1),
+                              simd::simdAxis(data.x[1].data(), n, 1.0 / 999.0, n)};
+    HostArray q = scatteredQueries(2, m);
+    const double* col[2] = {q.data<double>(), q.data<double>() + m};
+};
+
+bool levelAvailable(benchmark::State& state, simd::SimdLevel level) {
+    if (simd::simdLevel() >= level) return true;
+    state.SkipWithError("the processor lacks this level");
+    return false;
+}
+
 // The 2-D cubic kernels alone, one thread, 10^6 queries on the 1000^2 grid of
 // BM_CubicND_2D_Scattered: arg 0 the hand-written four lanes (AVX2), 1 the hand-written eight
 // (AVX-512), 2 the Highway kernel at four lanes, 3 at eight. The lanes a kernel leaves to the
 // scalar kernel (boundary cells, about 0.4%) get 0. Why 2-D cubic stays by hand: decision 52.
 void BM_Cubic2D_Kernel(benchmark::State& state) {
-    const u64 n = 1000, m = 1000000;
-    const Data data(2, n);
-    const simd::SimdAxis axes[2] = {simd::simdAxis(data.x[0].data(), n, 1.0 / 999.0, 1),
-                                    simd::simdAxis(data.x[1].data(), n, 1.0 / 999.0, n)};
-    const HostArray q = scatteredQueries(2, m);
-    const double* col[2] = {q.data<double>(), q.data<double>() + m};
+    const KernelCase c;
+    const u64 m = KernelCase::m;
+    const auto& axes = c.axes;
+    const auto& col = c.col;
+    const Data& data = c.data;
     std::vector<double> out(m);
     const auto which = state.range(0);
     const simd::SimdLevel level = which % 2 ? simd::SimdLevel::Avx512 : simd::SimdLevel::Avx2;
-    if (simd::simdLevel() < level) {
-        state.SkipWithError("the processor lacks this level");
-        return;
-    }
+    if (!levelAvailable(state, level)) return;
     const auto kernel = simd::packedNDKernel<double>(level);
     auto zero = [](u64) { return 0.0; };
     for (auto _ : state) {
@@ -239,20 +251,16 @@ BENCHMARK(BM_Cubic2D_Kernel)->DenseRange(0, 3)->Unit(benchmark::kMillisecond)->U
 // The 2-D cubic gradient kernel alone, as above, at four lanes (arg 2) and eight (arg 3). The
 // hand-written four-lane kernel it replaced took 10.4 ms (decision 52).
 void BM_Cubic2DGradient_Kernel(benchmark::State& state) {
-    const u64 n = 1000, m = 1000000;
-    const Data data(2, n);
-    const simd::SimdAxis axes[2] = {simd::simdAxis(data.x[0].data(), n, 1.0 / 999.0, 1),
-                                    simd::simdAxis(data.x[1].data(), n, 1.0 / 999.0, n)};
-    const HostArray q = scatteredQueries(2, m);
-    const double* col[2] = {q.data<double>(), q.data<double>() + m};
+    const KernelCase c;
+    const u64 m = KernelCase::m;
+    const auto& axes = c.axes;
+    const auto& col = c.col;
+    const Data& data = c.data;
     std::vector<double> g0(m), g1(m);
     double* outs[2] = {g0.data(), g1.data()};
     const auto which = state.range(0);
     const simd::SimdLevel level = which % 2 ? simd::SimdLevel::Avx512 : simd::SimdLevel::Avx2;
-    if (simd::simdLevel() < level) {
-        state.SkipWithError("the processor lacks this level");
-        return;
-    }
+    if (!levelAvailable(state, level)) return;
     const auto kernel = simd::packedCubicGradientKernel(level);
     auto none = [](u64) {};
     for (auto _ : state) {

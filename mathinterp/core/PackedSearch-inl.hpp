@@ -36,17 +36,19 @@ HWY_INLINE void storeIndices(Dd, Vd fi, std::int32_t* HWY_RESTRICT o) {
     hn::StoreU(hn::DemoteTo(di, fi), di, o);
 }
 
-// One 128-bit block per even entry of o: base[o[0]], base[o[0] + 1] in block 0, base[o[2]],
-// base[o[2] + 1] in block 1, and so on (unaligned 16-byte loads, joined in registers).
-template <class D>
-HWY_INLINE hn::Vec<D> pairBlocks(D d, const double* HWY_RESTRICT base,
+// Blocks of W doubles, one per entry o[0], o[S], o[2 S], ...: base[o[0]] .. base[o[0] + W - 1]
+// in the first W lanes, and so on (unaligned loads joined in registers). Pairs: W = 2, S = 2
+// (the even entries); rows of four: W = 4, S = 1.
+template <std::size_t W, std::size_t S, class D>
+HWY_INLINE hn::Vec<D> loadBlocks(D d, const double* HWY_RESTRICT base,
                                  const std::int32_t* HWY_RESTRICT o) {
     constexpr std::size_t n = hn::MaxLanes(D());
-    if constexpr (n == 2) {
+    if constexpr (n == W) {
         return hn::LoadU(d, base + o[0]);
     } else {
         const hn::Half<D> dh;
-        return hn::Combine(d, pairBlocks(dh, base, o + n / 2), pairBlocks(dh, base, o));
+        return hn::Combine(d, loadBlocks<W, S>(dh, base, o + n / W / 2 * S),
+                           loadBlocks<W, S>(dh, base, o));
     }
 }
 
@@ -54,8 +56,8 @@ HWY_INLINE hn::Vec<D> pairBlocks(D d, const double* HWY_RESTRICT base,
 // interleave, cheaper than two gathers.
 HWY_INLINE void loadPairs(Dd d, const double* HWY_RESTRICT base, const std::int32_t* o, Vd& lo,
                           Vd& hi) {
-    const Vd even = pairBlocks(d, base, o);
-    const Vd odd = pairBlocks(d, base, o + 1);
+    const Vd even = loadBlocks<2, 2>(d, base, o);
+    const Vd odd = loadBlocks<2, 2>(d, base, o + 1);
     lo = hn::InterleaveLower(d, even, odd);
     hi = hn::InterleaveUpper(d, even, odd);
 }
@@ -260,3 +262,26 @@ HWY_AFTER_NAMESPACE();
 #endif // HWY_TARGET != HWY_SCALAR
 
 #endif // per-target guard
+
+// Once per file: the kernel of a packed level among a file's compiled targets.
+#if HWY_ONCE && !defined(MATHINTERP_CORE_PACKED_PICK_)
+#define MATHINTERP_CORE_PACKED_PICK_
+#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX3)
+#define MATHINTERP_AVX3(fn) &N_AVX3::fn
+#else
+#define MATHINTERP_AVX3(fn) nullptr
+#endif
+#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX2)
+#define MATHINTERP_AVX2(fn) &N_AVX2::fn
+#else
+#define MATHINTERP_AVX2(fn) nullptr
+#endif
+namespace mathinterp::simd {
+// avx3 at the AVX-512 level, avx2 at it and above; null where a level has none.
+template <class F>
+F pickTarget(SimdLevel level, F avx3, F avx2) noexcept {
+    if (level >= SimdLevel::Avx512 && avx3 != nullptr) return avx3;
+    return level >= SimdLevel::Avx2 ? avx2 : nullptr;
+}
+} // namespace mathinterp::simd
+#endif

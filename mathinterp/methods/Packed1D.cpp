@@ -15,6 +15,8 @@
 
 #include <hwy/highway.h>
 
+#include <type_traits>
+
 #if HWY_TARGET != HWY_SCALAR
 HWY_BEFORE_NAMESPACE();
 namespace mathinterp::simd::HWY_NAMESPACE {
@@ -96,23 +98,6 @@ u64 scattered1DOf(const SimdAxis& ax, const double* HWY_RESTRICT values,
     return count;
 }
 
-u64 scattered1D(Kind1D k, const SimdAxis& ax, const double* values, const double* x, u64 b, u64 e,
-                double* out, u64 outStride, u64* redo) {
-    switch (k) {
-    case Kind1D::Linear:
-        return scattered1DOf<Kind1D::Linear>(ax, values, x, b, e, out, outStride, redo);
-    case Kind1D::Nearest:
-        return scattered1DOf<Kind1D::Nearest>(ax, values, x, b, e, out, outStride, redo);
-    case Kind1D::Next:
-        return scattered1DOf<Kind1D::Next>(ax, values, x, b, e, out, outStride, redo);
-    case Kind1D::Previous:
-        return scattered1DOf<Kind1D::Previous>(ax, values, x, b, e, out, outStride, redo);
-    case Kind1D::Cubic:
-        return scattered1DOf<Kind1D::Cubic>(ax, values, x, b, e, out, outStride, redo);
-    }
-    return 0;
-}
-
 // Single precision: the packed search (bucket index or guess), then the same operations as
 // the double kernel in single lanes.
 template <Kind1D K>
@@ -190,21 +175,40 @@ u64 scattered1DSingle(const SimdAxisF& ax, const float* HWY_RESTRICT values,
     return count;
 }
 
-u64 scattered1DF(Kind1D k, const SimdAxisF& ax, const float* values, const float* x, u64 b, u64 e,
-                 float* out, u64 outStride, u64* redo) {
+// Kind k's kernel in precision T.
+template <class T>
+u64 scattered1DOfKind(Kind1D k, const SimdAxisOf<T>& ax, const T* values, const T* x, u64 b, u64 e,
+                      T* out, u64 outStride, u64* redo) {
+    auto run = [&](auto kind) {
+        constexpr Kind1D K = decltype(kind)::value;
+        if constexpr (std::is_same_v<T, double>)
+            return scattered1DOf<K>(ax, values, x, b, e, out, outStride, redo);
+        else
+            return scattered1DSingle<K>(ax, values, x, b, e, out, outStride, redo);
+    };
     switch (k) {
     case Kind1D::Linear:
-        return scattered1DSingle<Kind1D::Linear>(ax, values, x, b, e, out, outStride, redo);
+        return run(std::integral_constant<Kind1D, Kind1D::Linear>{});
     case Kind1D::Nearest:
-        return scattered1DSingle<Kind1D::Nearest>(ax, values, x, b, e, out, outStride, redo);
+        return run(std::integral_constant<Kind1D, Kind1D::Nearest>{});
     case Kind1D::Next:
-        return scattered1DSingle<Kind1D::Next>(ax, values, x, b, e, out, outStride, redo);
+        return run(std::integral_constant<Kind1D, Kind1D::Next>{});
     case Kind1D::Previous:
-        return scattered1DSingle<Kind1D::Previous>(ax, values, x, b, e, out, outStride, redo);
+        return run(std::integral_constant<Kind1D, Kind1D::Previous>{});
     case Kind1D::Cubic:
-        return scattered1DSingle<Kind1D::Cubic>(ax, values, x, b, e, out, outStride, redo);
+        return run(std::integral_constant<Kind1D, Kind1D::Cubic>{});
     }
     return 0;
+}
+
+u64 scattered1D(Kind1D k, const SimdAxis& ax, const double* values, const double* x, u64 b, u64 e,
+                double* out, u64 outStride, u64* redo) {
+    return scattered1DOfKind<double>(k, ax, values, x, b, e, out, outStride, redo);
+}
+
+u64 scattered1DF(Kind1D k, const SimdAxisF& ax, const float* values, const float* x, u64 b, u64 e,
+                 float* out, u64 outStride, u64* redo) {
+    return scattered1DOfKind<float>(k, ax, values, x, b, e, out, outStride, redo);
 }
 
 } // namespace mathinterp::simd::HWY_NAMESPACE
@@ -216,26 +220,14 @@ namespace mathinterp::simd {
 
 template <>
 Packed1DKernel<double> packed1DKernel<double>(SimdLevel level) noexcept {
-#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX3)
-    if (level >= SimdLevel::Avx512) return &N_AVX3::scattered1D;
-#endif
-#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX2)
-    if (level >= SimdLevel::Avx2) return &N_AVX2::scattered1D;
-#endif
-    (void)level;
-    return nullptr;
+    return pickTarget<Packed1DKernel<double>>(level, MATHINTERP_AVX3(scattered1D),
+                                              MATHINTERP_AVX2(scattered1D));
 }
 
 template <>
 Packed1DKernel<float> packed1DKernel<float>(SimdLevel level) noexcept {
-#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX3)
-    if (level >= SimdLevel::Avx512) return &N_AVX3::scattered1DF;
-#endif
-#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX2)
-    if (level >= SimdLevel::Avx2) return &N_AVX2::scattered1DF;
-#endif
-    (void)level;
-    return nullptr;
+    return pickTarget<Packed1DKernel<float>>(level, MATHINTERP_AVX3(scattered1DF),
+                                             MATHINTERP_AVX2(scattered1DF));
 }
 
 } // namespace mathinterp::simd

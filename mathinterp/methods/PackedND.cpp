@@ -160,19 +160,6 @@ HWY_INLINE Vd convolve4(const CubicWeights& w, Vd a, Vd b, Vd c, Vd e) {
                    hn::Mul(w.w2, e));
 }
 
-// N/4 rows of four values, rows o[0], o[1], ... (every lane's own offset) in lane order.
-template <class D>
-HWY_INLINE hn::Vec<D> rowBlocks(D d, const double* HWY_RESTRICT base,
-                                const std::int32_t* HWY_RESTRICT o) {
-    constexpr std::size_t n = hn::MaxLanes(D());
-    if constexpr (n == 4) {
-        return hn::LoadU(d, base + o[0]);
-    } else {
-        const hn::Half<D> dh;
-        return hn::Combine(d, rowBlocks(dh, base, o + n / 8), rowBlocks(dh, base, o));
-    }
-}
-
 // The row of four values base[o[l] .. o[l] + 3] of every lane l, transposed: v[j] holds entry
 // j of every lane's row. Four lanes: four row loads, two unpacks and two half swaps per pair;
 // wider: rows loaded side by side, then the even and odd entries parted twice.
@@ -189,8 +176,9 @@ HWY_INLINE void loadRows(Dd d, const double* HWY_RESTRICT base, const std::int32
         v[3] = hn::ConcatUpperUpper(d, hi23, hi01);
     } else if constexpr (n >= 8) {
         const std::size_t q = n / 4; // rows per vector
-        const Vd x0 = rowBlocks(d, base, o), x1 = rowBlocks(d, base, o + q);
-        const Vd x2 = rowBlocks(d, base, o + 2 * q), x3 = rowBlocks(d, base, o + 3 * q);
+        const Vd x0 = loadBlocks<4, 1>(d, base, o), x1 = loadBlocks<4, 1>(d, base, o + q);
+        const Vd x2 = loadBlocks<4, 1>(d, base, o + 2 * q);
+        const Vd x3 = loadBlocks<4, 1>(d, base, o + 3 * q);
         const Vd even01 = hn::ConcatEven(d, x1, x0), odd01 = hn::ConcatOdd(d, x1, x0);
         const Vd even23 = hn::ConcatEven(d, x3, x2), odd23 = hn::ConcatOdd(d, x3, x2);
         v[0] = hn::ConcatEven(d, even23, even01);
@@ -505,48 +493,24 @@ namespace mathinterp::simd {
 
 template <>
 PackedNDKernel<double> packedNDKernel<double>(SimdLevel level) noexcept {
-#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX3)
-    if (level >= SimdLevel::Avx512) return &N_AVX3::packedNDDouble;
-#endif
-#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX2)
-    if (level >= SimdLevel::Avx2) return &N_AVX2::packedNDDouble;
-#endif
-    (void)level;
-    return nullptr;
+    return pickTarget<PackedNDKernel<double>>(level, MATHINTERP_AVX3(packedNDDouble),
+                                              MATHINTERP_AVX2(packedNDDouble));
 }
 
 template <>
 PackedNDKernel<float> packedNDKernel<float>(SimdLevel level) noexcept {
-#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX3)
-    if (level >= SimdLevel::Avx512) return &N_AVX3::packedNDSingle;
-#endif
-#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX2)
-    if (level >= SimdLevel::Avx2) return &N_AVX2::packedNDSingle;
-#endif
-    (void)level;
-    return nullptr;
+    return pickTarget<PackedNDKernel<float>>(level, MATHINTERP_AVX3(packedNDSingle),
+                                             MATHINTERP_AVX2(packedNDSingle));
 }
 
 PackedGradientKernel packedLinearGradientKernel(SimdLevel level) noexcept {
-#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX3)
-    if (level >= SimdLevel::Avx512) return &N_AVX3::packedLinearGradientDouble;
-#endif
-#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX2)
-    if (level >= SimdLevel::Avx2) return &N_AVX2::packedLinearGradientDouble;
-#endif
-    (void)level;
-    return nullptr;
+    return pickTarget<PackedGradientKernel>(level, MATHINTERP_AVX3(packedLinearGradientDouble),
+                                            MATHINTERP_AVX2(packedLinearGradientDouble));
 }
 
 PackedGradientKernel packedCubicGradientKernel(SimdLevel level) noexcept {
-#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX3)
-    if (level >= SimdLevel::Avx512) return &N_AVX3::packedCubicGradientDouble;
-#endif
-#if HWY_ARCH_X86 && (HWY_TARGETS & HWY_AVX2)
-    if (level >= SimdLevel::Avx2) return &N_AVX2::packedCubicGradientDouble;
-#endif
-    (void)level;
-    return nullptr;
+    return pickTarget<PackedGradientKernel>(level, MATHINTERP_AVX3(packedCubicGradientDouble),
+                                            MATHINTERP_AVX2(packedCubicGradientDouble));
 }
 
 } // namespace mathinterp::simd
