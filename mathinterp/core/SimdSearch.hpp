@@ -58,19 +58,25 @@ inline void prefetchQueries(const double* const* col, int d, u64 q, u64 e) noexc
 }
 
 // Runs a compiled packed kernel over queries [b, e) a block at a time: kernel(s, t, redo)
-// writes queries [s, t) to out and lists those it leaves to the scalar kernel (lanes the
-// packed form does not cover, and a tail shorter than a vector) in redo, returning how many;
-// one(q) then writes each of them.
-template <class V, class Kernel, class One>
-void runPacked(Kernel&& kernel, u64 b, u64 e, V* out, u64 outStride, One&& one) {
+// writes queries [s, t) and lists those it leaves to the scalar kernel (lanes the packed form
+// does not cover, and a tail shorter than a vector) in redo, returning how many; redoOne(q)
+// then writes each of them.
+template <class Kernel, class RedoOne>
+void runPackedBlocks(Kernel&& kernel, u64 b, u64 e, RedoOne&& redoOne) {
     constexpr u64 kBlock = 512; // a multiple of every vector's lane count
     u64 redo[kBlock];
     for (u64 s = b; s < e; s += kBlock) {
         const u64 t = s + kBlock < e ? s + kBlock : e;
         const u64 n = kernel(s, t, redo);
         for (u64 k = 0; k < n; ++k)
-            out[redo[k] * outStride] = one(redo[k]);
+            redoOne(redo[k]);
     }
+}
+
+// The same for kernels of one output: one(q) is the scalar kernel's value of query q.
+template <class V, class Kernel, class One>
+void runPacked(Kernel&& kernel, u64 b, u64 e, V* out, u64 outStride, One&& one) {
+    runPackedBlocks(kernel, b, e, [&](u64 q) { out[q * outStride] = one(q); });
 }
 
 #ifdef MATHINTERP_SIMD

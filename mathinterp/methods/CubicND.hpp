@@ -121,7 +121,7 @@ public:
     // The packed scattered path: double grid, values and queries, d = 2 or 3, a packed level
     // with a kernel, and a value plane small enough for 32-bit offsets. 3-D takes the
     // portable kernel (PackedND.hpp); 2-D keeps the hand-written AVX2 and AVX-512 kernels
-    // (CubicNDSimd*.hpp), which measured 9% and 23% faster (docs/decisions.md).
+    // (CubicNDSimd*.hpp), which measured faster (docs/decisions.md, decision 52).
     template <class Q>
     static constexpr bool hasSimdPath = simd::allDouble<G, V, Q>;
     bool simdUsable() const noexcept { return !simdAxes.empty(); }

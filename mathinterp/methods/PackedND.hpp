@@ -57,14 +57,11 @@ void scatteredGradient(PackedGradientKernel kernel, int d, const SimdAxis* axes,
                        const double* values, const std::int32_t* cornerOffsets,
                        const double* const* col, u64 b, u64 e, double* const* outs, u64 stride,
                        One&& one) {
-    constexpr u64 kBlock = 512;
-    u64 redo[kBlock];
-    for (u64 s = b; s < e; s += kBlock) {
-        const u64 t = s + kBlock < e ? s + kBlock : e;
-        const u64 n = kernel(d, axes, values, cornerOffsets, col, s, t, outs, stride, redo);
-        for (u64 k = 0; k < n; ++k)
-            one(redo[k]);
-    }
+    runPackedBlocks(
+        [&](u64 s, u64 t, u64* redo) {
+            return kernel(d, axes, values, cornerOffsets, col, s, t, outs, stride, redo);
+        },
+        b, e, one);
 }
 
 } // namespace mathinterp::simd
